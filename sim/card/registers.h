@@ -1,0 +1,36 @@
+/**
+ * What the card does when one of its registers is written or read.
+ *
+ * Everything that the simulated card assumes about a register of the real one stands in registers.cpp and
+ * nowhere else. The caller holds the card's lock.
+ */
+#ifndef KOVA_SIM_CARD_REGISTERS_H
+#define KOVA_SIM_CARD_REGISTERS_H
+
+#include <cstdint>
+
+#include "sim/card/card_memory.h"
+
+namespace kova::sim {
+
+/** Gives the registers the values of a card that has just been powered. */
+void power_up_registers(RegisterFile& registers);
+
+/** A write by the host. */
+void write_register(CardMemory& memory, std::uint32_t number, std::uint32_t value);
+
+/** A read by the host. */
+[[nodiscard]] std::uint64_t read_register(const CardMemory& memory, std::uint32_t number);
+
+/** Sets both sides of a register without any of the card's logic. */
+void preset_register(RegisterFile& registers, std::uint32_t number, std::uint64_t value);
+
+/** Whether the core of a feed has been started. */
+[[nodiscard]] bool is_core_started(const RegisterFile& registers, EMDQPDataType feed);
+
+/** Counts one packet of a feed. */
+void count_packet(RegisterFile& registers, EMDQPDataType feed);
+
+}  // namespace kova::sim
+
+#endif  // KOVA_SIM_CARD_REGISTERS_H
