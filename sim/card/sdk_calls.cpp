@@ -112,7 +112,12 @@ int SdkCalls::enter_register(const RegisterAccess& access) {
 
 void SdkCalls::created(std::string_view kind, std::int64_t count) {
     const std::lock_guard guard(mutex_);
-    alive_[std::string(kind)] += count;
+    // Without an allocation once the kind is known: destroying something must not fail for lack of memory.
+    auto found = alive_.find(kind);
+    if (found == alive_.end()) {
+        found = alive_.emplace(std::string(kind), 0).first;
+    }
+    found->second += count;
 }
 
 void SdkCalls::destroyed(std::string_view kind, std::int64_t count) {

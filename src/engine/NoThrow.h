@@ -1,0 +1,28 @@
+/**
+ * The border that no exception crosses.
+ */
+#ifndef KOVA_ENGINE_NO_THROW_H
+#define KOVA_ENGINE_NO_THROW_H
+
+#include <cxxabi.h>
+
+#include <cstdint>
+
+/**
+ * Runs `operation` and returns its result, or `nFailed` when it throws.
+ *
+ * A thread that is being cancelled unwinds by an exception of its own, which has to pass: swallowing it ends
+ * the process.
+ */
+template <typename TOperation>
+int32_t CallNoThrow(TOperation&& operation, int32_t nFailed) {
+    try {
+        return operation();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        return nFailed;
+    }
+}
+
+#endif  // KOVA_ENGINE_NO_THROW_H

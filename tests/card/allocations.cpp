@@ -1,0 +1,93 @@
+#include "card/allocations.h"
+
+#include <dlfcn.h>
+#include <execinfo.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace {
+
+std::atomic<std::uint64_t> new_count{0};
+thread_local std::uint64_t calls_until_failure = 0;  // 0: none is to fail
+thread_local bool has_nth_failed = false;
+thread_local std::size_t largest_bytes = std::numeric_limits<std::size_t>::max();
+
+/** Whether the SDK is at work for this thread. */
+bool is_inside_sdk() {
+    std::array<void*, 64> frames{};
+    const int depth = backtrace(frames.data(), static_cast<int>(frames.size()));
+    for (int i = 0; i < depth; ++i) {
+        Dl_info info{};
+        if (dladdr(frames[static_cast<std::size_t>(i)], &info) != 0 && info.dli_fname != nullptr &&
+            std::strstr(info.dli_fname, "libenyx-") != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool must_fail(std::size_t bytes) {
+    new_count.fetch_add(1, std::memory_order_relaxed);
+    if (bytes >= largest_bytes) {
+        return true;
+    }
+    if (calls_until_failure == 0 || is_inside_sdk() || --calls_until_failure != 0) {
+        return false;
+    }
+    has_nth_failed = true;
+    return true;
+}
+
+}  // namespace
+
+namespace kova::test {
+
+std::uint64_t Allocations::count() {
+    return new_count.load(std::memory_order_relaxed);
+}
+
+Allocations::FailNth::FailNth(std::uint64_t n) {
+    is_inside_sdk();  // its first call loads the unwinder
+    has_nth_failed = false;
+    calls_until_failure = n;
+}
+
+Allocations::FailNth::~FailNth() {
+    calls_until_failure = 0;
+}
+
+bool Allocations::FailNth::has_failed() const {
+    return has_nth_failed;
+}
+
+Allocations::FailLarge::FailLarge(std::size_t bytes) {
+    largest_bytes = bytes;
+}
+
+Allocations::FailLarge::~FailLarge() {
+    largest_bytes = std::numeric_limits<std::size_t>::max();
+}
+
+}  // namespace kova::test
+
+// The other forms of the standard library end in these two.
+__attribute__((visibility("default"))) void* operator new(std::size_t bytes) {
+    void* const memory = must_fail(bytes) ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+__attribute__((visibility("default"))) void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+__attribute__((visibility("default"))) void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}

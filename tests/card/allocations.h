@@ -1,0 +1,44 @@
+/**
+ * Memory of this program as the tests want it: operator new is replaced, watched and made to fail.
+ */
+#ifndef KOVA_TESTS_CARD_ALLOCATIONS_H
+#define KOVA_TESTS_CARD_ALLOCATIONS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kova::test {
+
+class Allocations {
+ public:
+    /** Calls of operator new so far, in any thread. */
+    [[nodiscard]] static std::uint64_t count();
+
+    /**
+     * While it lives, the n-th call of operator new (1 is the next) by this thread fails, and no other. What
+     * the card's SDK allocates does not count: it is C and reports a failure of its own.
+     */
+    class FailNth {
+     public:
+        explicit FailNth(std::uint64_t n);
+        ~FailNth();
+        FailNth(const FailNth&) = delete;
+        FailNth& operator=(const FailNth&) = delete;
+
+        /** Whether that call has come. */
+        [[nodiscard]] bool has_failed() const;
+    };
+
+    /** While it lives, every call of operator new for at least this many bytes by this thread fails. */
+    class FailLarge {
+     public:
+        explicit FailLarge(std::size_t bytes);
+        ~FailLarge();
+        FailLarge(const FailLarge&) = delete;
+        FailLarge& operator=(const FailLarge&) = delete;
+    };
+};
+
+}  // namespace kova::test
+
+#endif  // KOVA_TESTS_CARD_ALLOCATIONS_H

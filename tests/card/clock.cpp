@@ -1,0 +1,107 @@
+#include "card/clock.h"
+
+#include <dlfcn.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
+#include "dma/DrvDMAEnyx.h"
+
+#define KOVA_INTERPOSED extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
+
+constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+// Plain integers without construction: the clock is asked before main.
+std::atomic<std::int64_t> now_ns{1'767'578'400 * kNanosecondsPerSecond};
+std::atomic<std::int64_t> slept_ns{0};
+std::atomic<std::int64_t> step_ns{0};
+std::atomic<std::uint64_t> poll_count{0};
+std::function<void(std::uint64_t)> before_each_poll;
+
+void sleep_for(nanoseconds span) {
+    slept_ns += span.count();
+    now_ns += span.count();
+}
+
+}  // namespace
+
+namespace kova::test {
+
+void Clock::set(seconds since_epoch) {
+    now_ns = nanoseconds(since_epoch).count();
+}
+
+void Clock::advance(nanoseconds span) {
+    now_ns += span.count();
+}
+
+nanoseconds Clock::now() {
+    return nanoseconds(now_ns.load());
+}
+
+void Clock::move_per_poll(nanoseconds span) {
+    step_ns = span.count();
+}
+
+nanoseconds Clock::slept() {
+    return nanoseconds(slept_ns.load());
+}
+
+std::uint64_t Polls::count() {
+    return poll_count.load();
+}
+
+void Polls::before_each(std::function<void(std::uint64_t)> action) {
+    before_each_poll = std::move(action);
+}
+
+}  // namespace kova::test
+
+KOVA_INTERPOSED time_t time(time_t* result) noexcept {
+    const time_t now = now_ns.load() / kNanosecondsPerSecond;
+    if (result != nullptr) {
+        *result = now;
+    }
+    return now;
+}
+
+KOVA_INTERPOSED int clock_gettime(clockid_t, struct timespec* result) noexcept {
+    const std::int64_t now = now_ns.load();
+    result->tv_sec = now / kNanosecondsPerSecond;
+    result->tv_nsec = now % kNanosecondsPerSecond;
+    return 0;
+}
+
+KOVA_INTERPOSED unsigned int sleep(unsigned int span) {
+    sleep_for(seconds(span));
+    return 0;
+}
+
+KOVA_INTERPOSED int usleep(useconds_t span) {
+    sleep_for(std::chrono::microseconds(span));
+    return 0;
+}
+
+KOVA_INTERPOSED int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                                                 void* opaque) {
+    using Poll = int(enyx_hw_a2c_stream*, enyx_hw_a2c_handler, void*);
+    static Poll* const poll = reinterpret_cast<Poll*>(dlsym(RTLD_NEXT, "enyx_hw_a2c_stream_poll_once"));
+    if (poll == nullptr) {
+        std::abort();
+    }
+    const std::uint64_t number = ++poll_count;
+    now_ns += step_ns.load();
+    if (before_each_poll) {
+        before_each_poll(number);
+    }
+    return poll(stream, handler, opaque);
+}

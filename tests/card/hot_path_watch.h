@@ -1,0 +1,40 @@
+/**
+ * Runs code that must cost nothing but its own instructions, and says what else it cost.
+ */
+#ifndef KOVA_TESTS_CARD_HOT_PATH_WATCH_H
+#define KOVA_TESTS_CARD_HOT_PATH_WATCH_H
+
+#include <functional>
+#include <ostream>
+
+namespace kova::test {
+
+enum class HotPathVerdict {
+    kClean,
+    kWrongResult,  // the code itself returned false
+    kAllocated,    // operator new or malloc
+    kLocked,       // pthread_mutex_lock or its likes
+    kSystemCall,   // any at all, so a log line too
+    kOther,
+};
+
+std::ostream& operator<<(std::ostream& out, HotPathVerdict verdict);
+
+/**
+ * Runs `code` in a child process that the kernel kills at its first system call.
+ *
+ * Not under a sanitizer, whose runtime does all of this itself; see can_watch_hot_path().
+ */
+[[nodiscard]] HotPathVerdict watch_hot_path(const std::function<bool()>& code);
+
+[[nodiscard]] constexpr bool can_watch_hot_path() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return false;
+#else
+    return true;
+#endif
+}
+
+}  // namespace kova::test
+
+#endif  // KOVA_TESTS_CARD_HOT_PATH_WATCH_H
