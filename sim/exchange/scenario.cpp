@@ -1,0 +1,306 @@
+#include "sim/exchange/scenario.h"
+
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <initializer_list>
+#include <limits>
+#include <sstream>
+
+#include "sim/exchange/calendar.h"
+#include "sim/exchange/product.h"
+#include "wire/InstRow.h"
+
+namespace kova::sim {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr double kLongestSeconds = 7 * 24 * 3600;
+constexpr double kMillisecondsPerSecond = 1000;
+constexpr std::size_t kMostIdentifier = 15;
+
+/** Reads one scenario; every operation refuses what it does not like, with the line. */
+class Reader {
+ public:
+    explicit Reader(const std::string& name) : name_(name) {}
+
+    Scenario read(const toml::table& file) const {
+        only(file, {"seed", "date", "rate", "duration", "start_delay", "open_time", "listing", "market", "hot",
+                    "channel"});
+        Scenario scenario;
+        scenario.name = name_;
+        with(file, "seed", [&](const toml::node& node) {
+            scenario.listing.seed = integer(node, 0, std::numeric_limits<std::int64_t>::max());
+        });
+        with(file, "date", [&](const toml::node& node) { scenario.listing.date = trading_day(node); });
+        with(file, "rate", [&](const toml::node& node) { scenario.rate = rate(node); });
+        with(file, "duration", [&](const toml::node& node) { scenario.duration = seconds(node); });
+        with(file, "start_delay", [&](const toml::node& node) { scenario.start_delay = seconds(node); });
+        with(file, "open_time", [&](const toml::node& node) { scenario.open_time = time_of_day(node); });
+        with(file, "listing", [&](const toml::node& node) { read_listing(node, scenario.listing); });
+        with(file, "market", [&](const toml::node& node) { read_market(table(node), scenario); });
+        with(file, "hot", [&](const toml::node& node) { read_hot(table(node), scenario); });
+        read_channels(file, scenario);
+        return scenario;
+    }
+
+ private:
+    [[noreturn]] void refuse(const toml::node& node, const std::string& reason) const {
+        throw ScenarioError(name_, node.source().begin.line, reason);
+    }
+
+    template <typename Use>
+    void with(const toml::table& from, std::string_view key, const Use& use) const {
+        if (const toml::node* node = from.get(key)) {
+            try {
+                use(*node);
+            } catch (const Unfit& unfit) {
+                refuse(*node, std::string(key) + " " + unfit.reason);
+            }
+        }
+    }
+
+    /** A value that is not what its key wants; becomes an error where the key is known. */
+    struct Unfit {
+        std::string reason;
+    };
+
+    void only(const toml::table& found, std::initializer_list<std::string_view> known) const {
+        for (const auto& [key, node] : found) {
+            if (std::ranges::find(known, key.str()) == known.end()) {
+                throw ScenarioError(name_, key.source().begin.line,
+                                    "unknown key \"" + std::string(key.str()) + "\"");
+            }
+        }
+    }
+
+    static const toml::table& table(const toml::node& node) {
+        if (!node.is_table()) {
+            throw Unfit{"must be a table"};
+        }
+        return *node.as_table();
+    }
+
+    static std::uint64_t integer(const toml::node& node, std::int64_t least, std::int64_t most) {
+        const std::string range = "from " + std::to_string(least) + " to " + std::to_string(most);
+        const auto value = node.value_exact<std::int64_t>();
+        if (!value || *value < least || *value > most) {
+            throw Unfit{"must be a whole number " + range};
+        }
+        return static_cast<std::uint64_t>(*value);
+    }
+
+    static double number(const toml::node& node, double least, double most, const std::string& range) {
+        const auto value = node.is_number() ? node.value<double>() : std::nullopt;
+        if (!value || !(*value >= least && *value <= most)) {
+            throw Unfit{"must be a number " + range};
+        }
+        return *value;
+    }
+
+    static bool boolean(const toml::node& node) {
+        if (!node.is_boolean()) {
+            throw Unfit{"must be true or false"};
+        }
+        return node.value_or(false);
+    }
+
+    static milliseconds seconds(const toml::node& node) {
+        const double value = number(node, 0, kLongestSeconds, "of seconds from 0 to 604800, a week");
+        return milliseconds{std::llround(value * kMillisecondsPerSecond)};
+    }
+
+    static milliseconds time_of_day(const toml::node& node) {
+        const auto time = node.value_exact<toml::time>();
+        if (!time) {
+            throw Unfit{"must be a time of day as 09:00:00"};
+        }
+        return std::chrono::hours{time->hour} + std::chrono::minutes{time->minute} +
+               std::chrono::seconds{time->second} + milliseconds{time->nanosecond / 1'000'000};
+    }
+
+    static std::chrono::year_month_day trading_day(const toml::node& node) {
+        const auto date = node.value_exact<toml::date>();
+        if (!date) {
+            throw Unfit{"must be a date as 2024-11-18"};
+        }
+        const std::chrono::year_month_day day{std::chrono::year{date->year}, std::chrono::month{date->month},
+                                              std::chrono::day{date->day}};
+        constexpr int first_year = 2010;
+        constexpr int last_year = 2090;
+        if (date->year < first_year || date->year > last_year) {
+            throw Unfit{"must lie in the years 2010 to 2090"};
+        }
+        if (is_weekend(day)) {
+            throw Unfit{"must be a trading day, and that is a weekend"};
+        }
+        return day;
+    }
+
+    static Rate rate(const toml::node& node) {
+        if (node.value_exact<std::string>() == "max") {
+            return std::nullopt;
+        }
+        const auto value = node.value_exact<std::int64_t>();
+        if (!value || *value < 1 || *value > static_cast<std::int64_t>(kMaxRate)) {
+            throw Unfit{"must be \"max\" or a whole number from 1 to 1000000000"};
+        }
+        return static_cast<std::uint64_t>(*value);
+    }
+
+    void read_listing(const toml::node& node, ListingOptions& listing) const {
+        if (node.value_exact<std::string>() == "full") {
+            return;
+        }
+        if (!node.is_table()) {
+            throw Unfit{"must be \"full\" or a table with the counts shfe and ine"};
+        }
+        const toml::table& counts = *node.as_table();
+        only(counts, {"shfe", "ine"});
+        with(counts, "shfe", [&](const toml::node& count) {
+            listing.shfe = static_cast<std::uint32_t>(integer(count, 0, SHFE_TABLE_ROWS));
+        });
+        with(counts, "ine", [&](const toml::node& count) {
+            listing.ine = static_cast<std::uint32_t>(integer(count, 0, INE_TABLE_ROWS));
+        });
+        if (listing.shfe == 0U && listing.ine == 0U) {
+            throw Unfit{"has no instrument"};
+        }
+    }
+
+    void read_market(const toml::table& market, Scenario& scenario) const {
+        only(market, {"limit_percent", "trend"});
+        with(market, "limit_percent", [&](const toml::node& node) {
+            const double percent = number(node, 0.1, 50, "from 0.1 to 50");
+            scenario.listing.limit_permille = static_cast<std::int32_t>(std::llround(percent * 10));
+        });
+        with(market, "trend",
+             [&](const toml::node& node) { scenario.trend = number(node, -1, 1, "from -1 to 1"); });
+    }
+
+    void read_hot(const toml::table& hot, Scenario& scenario) const {
+        only(hot, {"instruments", "options", "share"});
+        scenario.hot_share = 0.5;
+        scenario.hot = choice(hot);
+        with(hot, "share",
+             [&](const toml::node& node) { scenario.hot_share = number(node, 0, 1, "from 0 to 1"); });
+    }
+
+    void read_channels(const toml::table& file, Scenario& scenario) const {
+        if (!file.contains("channel")) {
+            scenario.channels.fill({.instruments = {{.text = "all"}}, .options = false});
+            return;
+        }
+        with(file, "channel", [&](const toml::node& node) {
+            for (const auto& [key, channel] : table(node)) {
+                const std::size_t number = channel_number(key);
+                with(table(node), key.str(), [&](const toml::node& entry) {
+                    only(table(entry), {"instruments", "options"});
+                    scenario.channels[number] = choice(table(entry));
+                });
+            }
+        });
+    }
+
+    std::size_t channel_number(const toml::key& key) const {
+        for (std::size_t number = 0; number < kScenarioChannels; ++number) {
+            if (key.str() == std::to_string(number)) {
+                return number;
+            }
+        }
+        throw ScenarioError(name_, key.source().begin.line,
+                            "channel \"" + std::string(key.str()) + "\" is none of 0 to 15");
+    }
+
+    InstrumentChoice choice(const toml::table& table) const {
+        InstrumentChoice choice;
+        with(table, "options", [&](const toml::node& node) { choice.options = boolean(node); });
+        with(table, "instruments", [&](const toml::node& node) {
+            if (!node.is_array()) {
+                throw Unfit{"must be a list as [\"cu\", \"au2412\"]"};
+            }
+            for (const toml::node& entry : *node.as_array()) {
+                choice.instruments.push_back(instrument_entry(entry));
+            }
+        });
+        return choice;
+    }
+
+    InstrumentEntry instrument_entry(const toml::node& node) const {
+        const auto text = node.value_exact<std::string>();
+        if (!text) {
+            refuse(node, "instruments must be texts");
+        }
+        if (const std::string fault = fault_of(*text); !fault.empty()) {
+            refuse(node, "\"" + *text + "\" " + fault);
+        }
+        return {.text = *text, .line = node.source().begin.line};
+    }
+
+    /** What is wrong with an entry, or nothing. */
+    static std::string fault_of(std::string_view text) {
+        const auto is_letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+        const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+        if (text == "all" || text.find_first_of("*?[") != std::string_view::npos) {
+            return {};
+        }
+        const auto digits = std::ranges::find_if_not(text, is_letter);
+        const std::string code(text.begin(), digits);
+        if (code.empty() ||
+            !std::all_of(digits, text.end(), [&](char c) { return is_letter(c) || is_digit(c); })) {
+            return "is neither a product, an identifier nor a pattern";
+        }
+        if (find_product(code) == nullptr) {
+            return "names an unknown product, \"" + code + "\"";
+        }
+        constexpr std::ptrdiff_t month_digits = 4;
+        const bool is_product = digits == text.end();
+        const bool has_month =
+            text.end() - digits >= month_digits && std::all_of(digits, digits + month_digits, is_digit);
+        if (!is_product && (!has_month || text.size() > kMostIdentifier)) {
+            return "is no identifier: " + code + " with year and month is " + code + "2501";
+        }
+        return {};
+    }
+
+    const std::string& name_;
+};
+
+std::string one_line(std::string_view text) {
+    std::string line(text);
+    std::ranges::replace(line, '\n', ' ');
+    return line;
+}
+
+}  // namespace
+
+ScenarioError::ScenarioError(const std::string& file, std::uint32_t line, const std::string& reason)
+    : std::runtime_error(file + ":" + std::to_string(line) + ": " + reason), line_(line), reason_(reason) {}
+
+Scenario Scenario::defaults() {
+    return parse("", "default");
+}
+
+Scenario Scenario::parse(std::string_view text, const std::string& name) {
+    try {
+        return Reader(name).read(toml::parse(text, name));
+    } catch (const toml::parse_error& error) {
+        throw ScenarioError(name, error.source().begin.line, one_line(error.description()));
+    }
+}
+
+Scenario Scenario::load(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream text;
+    if (!stream || std::filesystem::is_directory(file)) {
+        throw ScenarioError(file.string(), 0, "cannot be read");
+    }
+    text << stream.rdbuf();
+    return parse(text.str(), file.string());
+}
+
+}  // namespace kova::sim
