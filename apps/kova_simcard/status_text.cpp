@@ -1,0 +1,120 @@
+#include "kova_simcard/status_text.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+namespace kova::app {
+
+namespace {
+
+// Keys in the order that they are written in here.
+using Json = nlohmann::ordered_json;
+
+constexpr std::array<std::string_view, MDQP_FEED_COUNT> kFeedNames{"shfe_2ps", "shfe_4ps", "ine_2ps",
+                                                                   "ine_4ps"};
+
+std::string_view name_of(sim::TrafficState state) {
+    switch (state) {
+        case sim::TrafficState::kNone:
+            return "none";
+        case sim::TrafficState::kRunning:
+            return "running";
+        case sim::TrafficState::kEnded:
+            return "ended";
+    }
+    return "unknown";
+}
+
+bool has_history(const ChannelStatus& channel) {
+    return channel.is_open || channel.sent + channel.lost + channel.unheard != 0;
+}
+
+void append_feeds(std::string& text, const CardStatus& status) {
+    fmt::format_to(std::back_inserter(text), "\n{:<10}{:>8}{:>8}{:>12}{:>12}  {}\n", "feed", "rows", "filled",
+                   "subscribed", "packets", "core");
+    for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
+        const FeedStatus& line = status.feeds[feed];
+        fmt::format_to(std::back_inserter(text), "{:<10}{:>8}{:>8}{:>12}{:>12}  {}\n", kFeedNames[feed],
+                       line.rows, line.filled, line.subscribed, line.packets,
+                       line.is_started ? "started" : "stopped");
+    }
+}
+
+void append_channels(std::string& text, const CardStatus& status) {
+    fmt::format_to(std::back_inserter(text), "\n{:<8}{:>9}{:>12}{:>12}{:>9}{:>10}{:>10}{:>12}\n", "channel",
+                   "reader", "sent", "taken", "waiting", "lost", "abandoned", "unheard");
+    for (const ChannelStatus& line : status.channels) {
+        if (!has_history(line)) {
+            continue;
+        }
+        fmt::format_to(std::back_inserter(text), "{:<8}{:>9}{:>12}{:>12}{:>9}{:>10}{:>10}{:>12}\n",
+                       line.channel, line.is_open ? std::to_string(line.reader_process) : "-", line.sent,
+                       line.taken, line.waiting, line.lost, line.abandoned, line.unheard);
+    }
+    if (std::ranges::none_of(status.channels, has_history)) {
+        text += "(nothing on any channel yet)\n";
+    }
+}
+
+void append_registers(std::string& text, const CardStatus& status) {
+    fmt::format_to(std::back_inserter(text), "\n{:<18}{:>8}{:>12}{:>12}\n", "register", "number", "value",
+                   "decimal");
+    for (const RegisterStatus& line : status.registers) {
+        fmt::format_to(std::back_inserter(text), "{:<18}{:>#8x}{:>#12x}{:>12}\n", line.name, line.number,
+                       line.value, line.value);
+    }
+}
+
+Json json_of(const ChannelStatus& channel) {
+    return {{"channel", channel.channel}, {"open", channel.is_open},        {"pid", channel.reader_process},
+            {"sent", channel.sent},       {"taken", channel.taken},         {"lost", channel.lost},
+            {"unheard", channel.unheard}, {"abandoned", channel.abandoned}, {"waiting", channel.waiting}};
+}
+
+}  // namespace
+
+std::string status_text(const CardStatus& status) {
+    std::string text = fmt::format("card {}: on, pid {}, since {:%Y-%m-%d %H:%M:%S}, traffic {}\n", status.card,
+                                   status.process, fmt::localtime(status.since), name_of(status.traffic));
+    append_feeds(text, status);
+    append_channels(text, status);
+    append_registers(text, status);
+    fmt::format_to(std::back_inserter(text),
+                   "\nregister lock: {} recoveries from killed clients, {} accesses without it\n",
+                   status.lock_recoveries, status.unprotected_accesses);
+    return text;
+}
+
+std::string status_json(const CardStatus& status) {
+    Json json{{"card", status.card},
+              {"state", "on"},
+              {"pid", status.process},
+              {"since", fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(status.since))},
+              {"traffic", name_of(status.traffic)}};
+    json["channels"] = Json::array();
+    for (const ChannelStatus& channel : status.channels) {
+        json["channels"].push_back(json_of(channel));
+    }
+    json["lock"] = {{"recoveries", status.lock_recoveries}, {"unprotected", status.unprotected_accesses}};
+    for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
+        const std::string name(kFeedNames[feed]);
+        const FeedStatus& line = status.feeds[feed];
+        json["packets"][name] = line.packets;
+        json["tables"][name] = {{"rows", line.rows}, {"filled", line.filled}, {"subscribed", line.subscribed}};
+        json["cores"][name] = line.is_started ? "started" : "stopped";
+    }
+    for (const RegisterStatus& shown : status.registers) {
+        json["registers"][std::string(shown.name)] = shown.value;
+    }
+    return json.dump();
+}
+
+std::string status_json_of_no_card(std::uint32_t card, std::string_view reason) {
+    return Json{{"card", card}, {"state", "off"}, {"reason", reason}}.dump();
+}
+
+}  // namespace kova::app

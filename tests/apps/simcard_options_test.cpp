@@ -1,0 +1,100 @@
+#include "kova_simcard/options.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace kova::app {
+namespace {
+
+Command parse(const std::vector<const char*>& arguments) {
+    std::vector<const char*> line{"kova-simcard"};
+    line.insert(line.end(), arguments.begin(), arguments.end());
+    return parse_command_line(static_cast<int>(line.size()), line.data());
+}
+
+RunOptions parse_run(const std::vector<const char*>& arguments) {
+    const Command command = parse(arguments);
+    EXPECT_TRUE(std::holds_alternative<RunOptions>(command));
+    return std::holds_alternative<RunOptions>(command) ? std::get<RunOptions>(command) : RunOptions{};
+}
+
+// The exit code that the command line alone leads to; -1 when it is a command.
+int exit_code(const std::vector<const char*>& arguments) {
+    const Command command = parse(arguments);
+    const auto* const answer = std::get_if<Answer>(&command);
+    return answer == nullptr ? -1 : answer->exit_code;
+}
+
+TEST(SimcardOptions, RunWithoutOptionsLeavesEverythingToTheScenario) {
+    const RunOptions run = parse_run({"run"});
+    EXPECT_EQ(run.card, 0U);
+    EXPECT_FALSE(run.prepared);
+    EXPECT_FALSE(run.scenario.has_value());
+    EXPECT_FALSE(run.rate.has_value());
+    EXPECT_FALSE(run.seconds.has_value());
+    EXPECT_EQ(run.slots_log2, 14U);
+    EXPECT_FALSE(run.quiet);
+}
+
+TEST(SimcardOptions, RunTakesEveryOption) {
+    const RunOptions run = parse_run({"run", "--card", "7", "--prepared", "--scenario", "a.toml", "--rate",
+                                      "2500", "--seconds", "3", "--slots-log2", "8", "--quiet"});
+    EXPECT_EQ(run.card, 7U);
+    EXPECT_TRUE(run.prepared);
+    EXPECT_EQ(run.scenario, std::filesystem::path("a.toml"));
+    EXPECT_EQ(run.rate, sim::Rate(2500));
+    EXPECT_EQ(run.seconds, std::chrono::seconds(3));
+    EXPECT_EQ(run.slots_log2, 8U);
+    EXPECT_TRUE(run.quiet);
+}
+
+TEST(SimcardOptions, RateMaxIsGivenButHasNoNumber) {
+    const RunOptions run = parse_run({"run", "--rate", "max"});
+    ASSERT_TRUE(run.rate.has_value());
+    EXPECT_FALSE(run.rate->has_value());
+}
+
+TEST(SimcardOptions, ZeroSecondsAreGiven) {
+    EXPECT_EQ(parse_run({"run", "--seconds", "0"}).seconds, std::chrono::seconds(0));
+}
+
+TEST(SimcardOptions, RateThatIsNoRateIsRefused) {
+    EXPECT_EQ(exit_code({"run", "--rate", "0"}), 2);
+    EXPECT_EQ(exit_code({"run", "--rate", "fast"}), 2);
+    EXPECT_EQ(exit_code({"run", "--rate", "-5"}), 2);
+    EXPECT_EQ(exit_code({"run", "--rate", "10x"}), 2);
+    EXPECT_EQ(exit_code({"run", "--rate", "1000000001"}), 2);
+    EXPECT_EQ(exit_code({"run", "--rate", "1000000000"}), -1);
+}
+
+TEST(SimcardOptions, StatusAndOffNameTheirCard) {
+    const Command status = parse({"status", "--card", "3", "--json"});
+    ASSERT_TRUE(std::holds_alternative<StatusOptions>(status));
+    EXPECT_EQ(std::get<StatusOptions>(status).card, 3U);
+    EXPECT_TRUE(std::get<StatusOptions>(status).json);
+    const Command off = parse({"off", "--card", "4"});
+    ASSERT_TRUE(std::holds_alternative<OffOptions>(off));
+    EXPECT_EQ(std::get<OffOptions>(off).card, 4U);
+    EXPECT_EQ(std::get<OffOptions>(off).patience, std::chrono::seconds(10));
+    EXPECT_EQ(std::get<OffOptions>(parse({"off", "--wait", "2"})).patience, std::chrono::seconds(2));
+}
+
+TEST(SimcardOptions, HelpIsAnAnswerAndNoError) {
+    const Command command = parse({"--help"});
+    ASSERT_TRUE(std::holds_alternative<Answer>(command));
+    EXPECT_EQ(std::get<Answer>(command).exit_code, 0);
+    EXPECT_NE(std::get<Answer>(command).text.find("status"), std::string::npos);
+}
+
+TEST(SimcardOptions, UnknownCommandLinesAreRefused) {
+    EXPECT_EQ(exit_code({}), 2);
+    EXPECT_EQ(exit_code({"start"}), 2);
+    EXPECT_EQ(exit_code({"run", "--fast"}), 2);
+    EXPECT_EQ(exit_code({"status", "--card", "first"}), 2);
+    EXPECT_EQ(exit_code({"status", "--card", "-1"}), 2);
+    EXPECT_EQ(exit_code({"run", "off"}), 2);
+}
+
+}  // namespace
+}  // namespace kova::app
