@@ -27,7 +27,7 @@ std::vector<std::uint32_t> moving_ones(const Listing& listing, const MarketOptio
         moving.push_back(static_cast<std::uint32_t>(listing.index(ref)));
     }
     std::ranges::sort(moving);
-    moving.erase(std::ranges::unique(moving).begin(), moving.end());
+    moving.erase(std::unique(moving.begin(), moving.end()), moving.end());
     return moving;
 }
 

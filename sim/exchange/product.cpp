@@ -1,7 +1,5 @@
 #include "sim/exchange/product.h"
 
-#include <toml++/toml.h>
-
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
@@ -9,6 +7,7 @@
 #include <utility>
 
 #include "sim/exchange/product_data.h"
+#include "sim/exchange/toml_file.h"
 
 namespace kova::sim {
 
@@ -145,7 +144,7 @@ Product read_product(const toml::table& table) {
 }
 
 std::vector<Product> read_products() {
-    const toml::table data = toml::parse(kProductData, std::string_view("products.toml"));
+    const toml::table data = read_toml(kProductData);
     std::vector<Product> products;
     for (const toml::node& entry : *member(data, "product").as_array()) {
         products.push_back(read_product(*entry.as_table()));

@@ -1,7 +1,5 @@
 #include "sim/exchange/scenario.h"
 
-#include <toml++/toml.h>
-
 #include <algorithm>
 #include <cmath>
 #include <fstream>
@@ -11,6 +9,7 @@
 
 #include "sim/exchange/calendar.h"
 #include "sim/exchange/product.h"
+#include "sim/exchange/toml_file.h"
 #include "wire/InstRow.h"
 
 namespace kova::sim {
@@ -270,12 +269,6 @@ class Reader {
     const std::string& name_;
 };
 
-std::string one_line(std::string_view text) {
-    std::string line(text);
-    std::ranges::replace(line, '\n', ' ');
-    return line;
-}
-
 }  // namespace
 
 ScenarioError::ScenarioError(const std::string& file, std::uint32_t line, const std::string& reason)
@@ -287,9 +280,9 @@ Scenario Scenario::defaults() {
 
 Scenario Scenario::parse(std::string_view text, const std::string& name) {
     try {
-        return Reader(name).read(toml::parse(text, name));
-    } catch (const toml::parse_error& error) {
-        throw ScenarioError(name, error.source().begin.line, one_line(error.description()));
+        return Reader(name).read(read_toml(text));
+    } catch (const TomlError& error) {
+        throw ScenarioError(name, error.line, error.reason);
     }
 }
 

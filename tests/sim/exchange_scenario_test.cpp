@@ -139,8 +139,7 @@ TEST(Scenario, IsReadFromAFile) {
 
 TEST(Scenario, AFileThatCannotBeReadIsRefused) {
     const test::TempDir dir;
-    for (const std::filesystem::path& file :
-         {dir.path(), dir.path() / "none.toml"}) {
+    for (const std::filesystem::path& file : {dir.path(), dir.path() / "none.toml"}) {
         try {
             Scenario::load(file);
             ADD_FAILURE() << file;
@@ -272,6 +271,15 @@ INSTANTIATE_TEST_SUITE_P(Toml, MalformedScenario,
                                          Refusal{"seed = 9223372036854775808", "test.toml:1: "},
                                          Refusal{"[hot]\ninstruments = [\"cu\"", "test.toml:2: "},
                                          Refusal{"rate = \"\xff\"", "test.toml:1: "}));
+
+TEST(Scenario, WhatTheReaderAssertsIsRefusedWithItsLine) {
+    try {
+        parse("seed = 1\n[channel.3]\ninstruments = [\n\"rb\",} \"ag\"]\noptions = true\n");
+        ADD_FAILURE();
+    } catch (const ScenarioError& error) {
+        EXPECT_STREQ(error.what(), "test.toml:4: a value is malformed");
+    }
+}
 
 // ---------------------------------------------------------------- selection
 
