@@ -138,9 +138,14 @@ PushResult Card::push(std::uint32_t channel, std::span<const std::byte> message)
 
 PushResult Card::push_quote(std::uint32_t channel, const KovaShfeMdType& quote) {
     return to_host_[channel].push(sizeof(U50QuoteMessage), [&quote](std::byte* place) {
+        // As copy_to_slot does it, of a message that is in two pieces.
         constexpr U50DmaHeader header{.dma_type = DMA_UDP, .dma_len = sizeof(KovaShfeMdType)};
+        constexpr std::size_t first = kFirstLineBytes - sizeof header;
+        const auto* body = reinterpret_cast<const std::byte*>(&quote);
+        std::memcpy(place + kFirstLineBytes, body + first, sizeof quote - first);
+        keep_store_order();
         std::memcpy(place, &header, sizeof header);
-        std::memcpy(place + sizeof header, &quote, sizeof quote);
+        std::memcpy(place + sizeof header, body, first);
     });
 }
 

@@ -66,12 +66,10 @@ inline std::string text_of(std::uint64_t value) {
     return std::to_string(value);
 }
 
-/** Notes a call for whoever watches; true when it has to fail, errno set. */
+/** What must_fail does while somebody watches. Apart, so that its text does not weigh on an unwatched poll. */
 template <typename... Arguments>
-[[nodiscard]] bool must_fail(std::string_view function, const Arguments&... arguments) {
-    if (!SdkCalls::is_watched()) [[likely]] {
-        return false;
-    }
+[[nodiscard, gnu::cold, gnu::noinline]] bool must_watched_call_fail(std::string_view function,
+                                                                    const Arguments&... arguments) {
     std::string text;
     ((text += (text.empty() ? "" : ", ") + text_of(arguments)), ...);
     const int error = SdkCalls::of_this_process().enter(function, text);
@@ -79,6 +77,12 @@ template <typename... Arguments>
         errno = error;
     }
     return error != 0;
+}
+
+/** Notes a call for whoever watches; true when it has to fail, errno set. */
+template <typename... Arguments>
+[[nodiscard]] bool must_fail(std::string_view function, const Arguments&... arguments) {
+    return SdkCalls::is_watched() && must_watched_call_fail(function, arguments...);
 }
 
 /** The same for a call that cannot fail. */

@@ -88,6 +88,28 @@ static_assert(sizeof(RingControl) == 3 * kCacheLine);
     return static_cast<std::uint32_t>(position >> slot_count_log2) + 1;
 }
 
+/** Bytes of a message that share the slot's first line with its valid word. */
+inline constexpr std::size_t kFirstLineBytes = kCacheLine - kSlotHeaderBytes;
+
+/** Keeps the compiler from moving stores over this point; the processor keeps their order anyway. */
+inline void keep_store_order() {
+    std::atomic_signal_fence(std::memory_order_acq_rel);
+}
+
+/**
+ * Copies a message to its place in a slot, what shares the line with the valid word last: the reader polls that
+ * line and so takes it away from the writer again and again. Written right before the valid word, it has to be
+ * fetched back only once.
+ */
+inline void copy_to_slot(std::byte* place, const std::byte* message, std::size_t size) {
+    if (size > kFirstLineBytes) {
+        std::memcpy(place + kFirstLineBytes, message + kFirstLineBytes, size - kFirstLineBytes);
+        size = kFirstLineBytes;
+    }
+    keep_store_order();
+    std::memcpy(place, message, size);
+}
+
 /** Makes an empty stream in zeroed memory. */
 inline void format_ring(RingControl& control, std::uint32_t slot_count_log2, std::uint32_t mtu) {
     control.slot_count_log2 = slot_count_log2;
@@ -148,7 +170,7 @@ class RingWriter {
 
     PushResult push(std::span<const std::byte> message) {
         return push(message.size(),
-                    [message](std::byte* place) { std::memcpy(place, message.data(), message.size()); });
+                    [message](std::byte* place) { copy_to_slot(place, message.data(), message.size()); });
     }
 
  private:
@@ -256,9 +278,10 @@ class RingReader {
      */
     template <typename Handler>
     int poll(Handler&& handler) {
-        const RingSlot& slot = slots_[position_ & mask_];
-        if (slot.lap.load(std::memory_order_acquire) != lap_of(position_, slot_count_log2_)) {
-            if (published_ != position_) {
+        const std::uint64_t position = position_;
+        const RingSlot& slot = slots_[position & mask_];
+        if (slot.lap.load(std::memory_order_acquire) != lap_of(position, slot_count_log2_)) [[unlikely]] {
+            if (published_ != position) [[unlikely]] {
                 publish();
             }
             return 0;
@@ -268,9 +291,14 @@ class RingReader {
             return -1;
         }
         handler(reinterpret_cast<const std::uint8_t*>(&slot) + kSlotHeaderBytes, size);
-        position_ += slots_of(size);
+        // A branch and not a sum: where the next message lies is then not waiting for this one's size.
+        std::uint64_t next = position + 1;
+        if (size > kSlotBytes - kSlotHeaderBytes) [[unlikely]] {
+            next = position + slots_of(size);
+        }
+        position_ = next;
         ++taken_;
-        if (position_ - published_ >= publish_distance_) [[unlikely]] {
+        if (next - published_ >= publish_distance_) [[unlikely]] {
             publish();
         }
         return 1;
