@@ -86,7 +86,7 @@ std::string silent_line(const Summary& summary) {
     }
     std::string line = "no quote of";
     for (const InstrumentId& id : summary.silent) {
-        line += " " + id.printable();
+        line += fmt::format(" {}", id.printable());
     }
     return line + "\n";
 }

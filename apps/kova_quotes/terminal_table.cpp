@@ -86,7 +86,8 @@ void TerminalTable::show_header() {
 
 void TerminalTable::tell_unshown() {
     if (unshown_ > 0) {
-        output().put(fmt::format("({} quote{} not shown)\n", unshown_, unshown_ == 1 ? "" : "s"));
+        output().commit(fmt::format_to(output().reserve(kMaxTableText), "({} quote{} not shown)\n", unshown_,
+                                       unshown_ == 1 ? "" : "s"));
         unshown_ = 0;
     }
 }

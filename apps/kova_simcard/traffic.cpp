@@ -10,6 +10,10 @@ namespace {
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kPause = 1'000'000;
 constexpr std::uint64_t kPausesPerSecond = 1000;
+// How long a reader without room is waited for, and how often it is looked at meanwhile. Longer than a machine
+// with more programs than cores lets a reader wait for its turn.
+constexpr std::int64_t kPatience = 100'000'000;
+constexpr std::int64_t kLookInterval = 20'000;
 // Quotes between two looks at the clock when nothing is paced.
 constexpr std::uint64_t kSmallestBurst = 256;
 
@@ -37,7 +41,8 @@ Traffic::Traffic(sim::Card& card, sim::Market& market, const TrafficPlan& plan)
     : card_(card),
       market_(market),
       plan_(plan),
-      pacer_(plan.rate, burst_of(card, plan.rate)),
+      burst_(burst_of(card, plan.rate)),
+      pacer_(plan.rate, burst_),
       has_pauses_(allows_pauses(card, plan.rate)) {}
 
 void Traffic::step(std::int64_t now) {
@@ -68,6 +73,10 @@ void Traffic::send(std::int64_t now) {
     elapsed_ = now - start_;
     market_.advance_to(plan_.open_time +
                        std::chrono::floor<std::chrono::milliseconds>(std::chrono::nanoseconds(elapsed_)));
+    if (!plan_.rate && waits_for_readers(now)) {
+        next_ = std::min(now + kLookInterval, end_);
+        return;
+    }
     for (std::uint64_t due = pacer_.due(now); due != 0; --due) {
         send_one();
     }
@@ -82,6 +91,29 @@ void Traffic::send_one() {
     totals_.sent += routed.sent;
     totals_.lost += routed.lost;
     totals_.unheard += routed.unheard;
+}
+
+bool Traffic::waits_for_readers(std::int64_t now) {
+    bool waits = false;
+    for (std::uint32_t channel = 0; channel < sim::kChannelCount; ++channel) {
+        waits = waits_for(channel, now) || waits;
+    }
+    return waits;
+}
+
+// Whether a burst might not fit, and the reader is not known to stand still.
+bool Traffic::waits_for(std::uint32_t channel, std::int64_t now) {
+    const sim::RingControl& ring = card_.memory().channels[channel].card_to_host;
+    const std::uint64_t waiting =
+        ring.tail.load(std::memory_order_relaxed) - ring.consumed.load(std::memory_order_relaxed);
+    const std::uint64_t slots = std::uint64_t{1} << ring.slot_count_log2;
+    const bool is_heard = ring.reader.load(std::memory_order_relaxed) != 0;
+    if (!is_heard || waiting + burst_ < slots) {
+        full_since_[channel].reset();
+        return false;
+    }
+    full_since_[channel] = full_since_[channel].value_or(now);
+    return now - *full_since_[channel] < kPatience;
 }
 
 void Traffic::enter(sim::TrafficState state) {

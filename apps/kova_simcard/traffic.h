@@ -2,8 +2,10 @@
 #ifndef KOVA_APPS_KOVA_SIMCARD_TRAFFIC_H
 #define KOVA_APPS_KOVA_SIMCARD_TRAFFIC_H
 
+#include <array>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 
 #include "sim/card/card.h"
 #include "sim/exchange/market.h"
@@ -12,7 +14,7 @@
 namespace kova::app {
 
 struct TrafficPlan {
-    sim::Rate rate = 1000;                   // quotes a second; nothing: as fast as it goes
+    sim::Rate rate = 1000;                   // quotes a second; nothing: as fast as the streams take them
     std::chrono::nanoseconds start_delay{};  // from the first step
     std::chrono::nanoseconds duration{};     // 0 is endless
     std::chrono::milliseconds open_time{};   // the exchange's time at the start
@@ -27,8 +29,13 @@ struct TrafficTotals {
 };
 
 /**
- * Sends in bursts, one each millisecond where the rate asks for more than one quote in it, so that on a machine
- * of few cores the receivers get to run. It does not spread a burst: the card does not either.
+ * Sends quotes through a card.
+ *
+ * At a rate it does not care who listens: a reader that is too slow loses quotes. Without one it waits for the
+ * readers, but for none that stands still; that one loses quotes until it has caught up.
+ *
+ * It sends in bursts, one each millisecond where the rate asks for more than one quote in it, so that on a
+ * machine of few cores the receivers get to run. It does not spread a burst: the card does not either.
  *
  * Has no clock: whoever drives it says what time it is, in nanoseconds of a clock that never goes back.
  */
@@ -51,13 +58,18 @@ class Traffic {
  private:
     void send(std::int64_t now);
     void send_one();
+    [[nodiscard]] bool waits_for_readers(std::int64_t now);
+    [[nodiscard]] bool waits_for(std::uint32_t channel, std::int64_t now);
     void enter(sim::TrafficState state);
 
     sim::Card& card_;
     sim::Market& market_;
     TrafficPlan plan_;
+    std::uint64_t burst_;  // most quotes at a time
     sim::Pacer pacer_;
     bool has_pauses_;
+    std::array<std::optional<std::int64_t>, sim::kChannelCount>
+        full_since_;  // of its clock; only of channels without room
     sim::TrafficState state_ = sim::TrafficState::kNone;
     bool is_stepped_ = false;
     std::int64_t start_ = 0;

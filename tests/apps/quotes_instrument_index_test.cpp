@@ -1,5 +1,6 @@
 #include "kova_quotes/instrument_index.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -65,7 +66,7 @@ TEST(InstrumentIndex, KeepsEveryRowOfTheCardApart) {
     InstrumentIndex index;
     std::set<std::uint32_t> numbers;
     for (int i = 0; i < 40960; ++i) {
-        numbers.insert(index.find_or_add(id_of("cu25" + std::to_string(i))));
+        numbers.insert(index.find_or_add(id_of(fmt::format("cu25{}", i))));
     }
     EXPECT_EQ(numbers.size(), 40960U);
     EXPECT_EQ(*numbers.rbegin(), 40959U);

@@ -14,8 +14,9 @@ struct Reading {
     std::string err;
 };
 
-Reading read(std::vector<const char*> arguments) {
-    arguments.insert(arguments.begin(), "kova-quotes");
+Reading read(const std::vector<const char*>& options) {
+    std::vector<const char*> arguments{"kova-quotes"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
     std::ostringstream out;
     std::ostringstream err;
     CommandLine line = read_command_line(static_cast<int>(arguments.size()), arguments.data(), out, err);

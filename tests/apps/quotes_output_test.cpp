@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -179,20 +180,27 @@ TEST(QuoteOutput, ASignalEndsTheWaitForAReaderThatDoesNotReadIfAsked) {
 
 TEST(QuoteOutput, ASignalInTheMiddleOfAWriteEndsTheWaitToo) {
     Pipe pipe;
-    QuoteOutput output(pipe.writer, [] { return alarms > 0; });
-    const std::string piece(40000, 'x');
-    alarms = 0;
-    output.put(piece);
-    output.flush();
-    EXPECT_FALSE(output.failed());
-    output.put(piece);
-    // One alarm only, so that the first has to do.
     struct sigaction count {};
     count.sa_handler = [](int) { alarms = alarms + 1; };
     sigaction(SIGALRM, &count, nullptr);
-    const itimerval once{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 20000}};
-    ::setitimer(ITIMER_REAL, &once, nullptr);
+    alarms = 0;
+    QuoteOutput output(pipe.writer, [] { return alarms > 0; });
+    const auto capacity = static_cast<std::size_t>(::fcntl(pipe.writer, F_GETPIPE_SZ));
+    const auto page = static_cast<std::size_t>(::getpagesize());
+    output.put(std::string(capacity - page, 'x'));
     output.flush();
+    EXPECT_FALSE(output.failed());
+    output.put(std::string(2 * page, 'x'));
+    // A full pipe says that the write has come half way.
+    std::thread interrupter([&pipe, capacity, writing = ::pthread_self()] {
+        int in_pipe = 0;
+        while (static_cast<std::size_t>(in_pipe) < capacity) {
+            ::ioctl(pipe.reader, FIONREAD, &in_pipe);
+        }
+        ::pthread_kill(writing, SIGALRM);
+    });
+    output.flush();
+    interrupter.join();
     EXPECT_EQ(alarms, 1);
     EXPECT_EQ(output.failure(), "interrupted while the reader of the quotes did not read");
 }

@@ -79,8 +79,9 @@ class ScriptedApi final : public CKovaShfeMdApi {
  private:
     template <typename Deliver>
     int32_t play(Deliver deliver) {
-        ++calls;
-        if (stops > 0) {
+        // A loop that never ends fails instead of hanging.
+        constexpr std::uint64_t kTooManyCalls = 1'000'000;
+        if (++calls > kTooManyCalls || stops > 0) {
             return -1;
         }
         if (next_ == steps_.size()) {

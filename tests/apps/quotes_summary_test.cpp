@@ -1,9 +1,10 @@
 #include "kova_quotes/summary.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "apps/quotes_sample.h"
 #include "apps/quotes_scripted_api.h"
@@ -90,7 +91,7 @@ TEST(Summary, TheWorstGapsComeFirstAndOnlyTwentyAreToldOneByOne) {
     Summary summary;
     for (std::uint64_t i = 1; i <= 23; ++i) {
         summary.instruments.push_back(
-            {.id = id_of("x" + std::to_string(i)), .changes = {.quotes = 2, .gaps = 1, .missing = i}});
+            {.id = id_of(fmt::format("x{}", i)), .changes = {.quotes = 2, .gaps = 1, .missing = i}});
     }
     const std::string text = summary_text(summary, true);
     EXPECT_NE(text.find("\n  x4 "), std::string::npos);
@@ -223,8 +224,9 @@ TEST(Summary, TheFileIsReplaced) {
     const std::string path = directory.path() / "summary.json";
     std::ofstream(path) << std::string(100000, 'x');
     EXPECT_EQ(write_summary(path, sample()), "");
-    std::ifstream file(path);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), summary_json(sample()));
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    EXPECT_EQ(text.str(), summary_json(sample()));
 }
 
 TEST(Summary, AFileThatCannotBeWrittenIsToldInWords) {

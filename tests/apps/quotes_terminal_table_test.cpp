@@ -1,6 +1,7 @@
 #include "kova_quotes/terminal_table.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -99,7 +100,7 @@ TEST_F(TerminalTableTest, TheEndShowsTheLatestThatWaitAndTellsWhatItDoesNotShow)
     }
     // Five give way to later ones, and one quote of al24 is replaced.
     for (int i = 0; i < 25; ++i) {
-        table_.write(make_quote("al" + std::to_string(i), 1, 100));
+        table_.write(make_quote(fmt::format("al{}", i), 1, 100));
     }
     table_.write(make_quote("al24", 2, 200));
     table_.finish();
@@ -115,7 +116,7 @@ TEST_F(TerminalTableTest, AnInstrumentThatGaveWayCanWaitAgain) {
         table_.write(make_quote("cu2509", 1, 100));
     }
     for (int i = 0; i < 21; ++i) {
-        table_.write(make_quote("al" + std::to_string(i), 1, 100));
+        table_.write(make_quote(fmt::format("al{}", i), 1, 100));
     }
     table_.write(make_quote("al0", 2, 300));
     table_.finish();

@@ -83,8 +83,8 @@ TEST(SimcardStatus, FreshCardHasAnOwnerAndNothingElse) {
 
 TEST(SimcardStatus, RowsAreFilledWithAnIdentifierAndSubscribedWithTheirBit) {
     CardUnderTest test;
-    test.card.set_row(INE_2PS, 0, row("sc2701", 0));
-    test.card.set_row(INE_2PS, 1, row("sc2702", INST_CONFIG_SUBSCRIBED | 2));
+    test.card.set_row(INE_2PS, 0, row("sc2701", INST_CONFIG_TAS));
+    test.card.set_row(INE_2PS, 1, row("sc2702", INST_CONFIG_SUBSCRIBED));
     test.card.set_row(INE_2PS, 4095, row("sc2703", INST_CONFIG_SUBSCRIBED | 4));
     test.card.set_row(SHFE_4PS, 16383, row("cu2701", INST_CONFIG_SUBSCRIBED | 4));
     const CardStatus status = test.status();

@@ -205,6 +205,41 @@ TEST_F(SimcardTraffic, ReaderThatTakesNothingLosesWhatItsRingCannotHold) {
     EXPECT_GT(one.totals().unheard, 0U);  // channel 2
 }
 
+TEST_F(SimcardTraffic, UnlimitedRateWaitsForAReaderThatIsBehind) {
+    prepare(card_, market_, selection_);
+    const auto all = open(1);
+    Traffic one = traffic({.rate = std::nullopt});
+    std::int64_t now = kStart;
+    for (int i = 0; i < 1000; ++i) {
+        one.step(++now);
+    }
+    const std::uint64_t sent = one.totals().sent;
+    EXPECT_GT(sent, 15'000U);
+    EXPECT_EQ(one.totals().lost, 0U);
+    EXPECT_GT(one.next(), now);
+    std::uint64_t taken = 0;
+    while (all->poll([&](const std::uint8_t*, std::uint32_t) { ++taken; }) == 1) {
+    }
+    EXPECT_EQ(taken, sent);
+    one.step(++now);
+    EXPECT_GT(one.totals().sent, sent);
+}
+
+TEST_F(SimcardTraffic, UnlimitedRateWaitsForNobodyWhoStandsStill) {
+    prepare(card_, market_, selection_);
+    const auto all = open(1);
+    Traffic one = traffic({.rate = std::nullopt});
+    for (std::int64_t now = kStart; now < kStart + 1000; ++now) {
+        one.step(now);
+    }
+    ASSERT_EQ(one.totals().lost, 0U);
+    for (std::int64_t now = kStart + 1000; now < kStart + kSecond; now += kMillisecond) {
+        one.step(now);
+    }
+    EXPECT_EQ(one.totals().sent, 16383U);
+    EXPECT_GT(one.totals().lost, 100'000U);
+}
+
 TEST_F(SimcardTraffic, PreparedCardLooksAsAfterABringUp) {
     prepare(card_, market_, selection_);
     sim::CardMemory& memory = card_.memory();
