@@ -115,7 +115,7 @@ class KOVA_SHFE_MD_EXPORT CKovaShfeMdSpi {
      */
     virtual int32_t OnKovaShfeMd(const KovaShfeMdType* lpKovaShfeMd) = 0;
 
-    virtual ~CKovaShfeMdSpi() {}
+    virtual ~CKovaShfeMdSpi() = default;
 };
 
 /**
@@ -194,7 +194,7 @@ class KOVA_SHFE_MD_EXPORT CKovaShfeMdApi {
      */
     virtual int32_t KovaStop() = 0;
 
-    virtual ~CKovaShfeMdApi() {}
+    virtual ~CKovaShfeMdApi() = default;
 };
 
 #endif  // KOVA_SHFE_MD_API_H

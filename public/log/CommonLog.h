@@ -66,8 +66,7 @@ class CCommonLog {
     /** The open file or null. It is opened once and never closed. */
     FILE* _LogHandler();
 
-    /** Opens the file, unless it is open, with the name that refTime gives it. False: told on standard output.
-     */
+    /** Opens the file, unless it is open, named by refTime. False: told on standard output. */
     bool _OpenLogFile(const std::tm& refTime);
 
     /** Writes a line from the signal handler while no file is open. Under m_mutexLog. */

@@ -62,18 +62,18 @@ void CKovaShfeMdApiImpl::_MdHandler(const unsigned char* msg, unsigned int, void
         return _LogDroppedMessage("user_data is nullptr");
     }
     U50UserData& refUserData = *static_cast<U50UserData*>(user_data);
-    CKovaShfeMdApiImpl& refMdApi = *static_cast<CKovaShfeMdApiImpl*>(refUserData.lpMdApi);
+    auto* lpMdApi = static_cast<CKovaShfeMdApiImpl*>(refUserData.lpMdApi);
     const uint32_t nDmaType = DmaTypeOf(msg);
     if (nDmaType != DMA_UDP) [[unlikely]] {
         if (nDmaType == DMA_EVENT) {
-            refMdApi._HandleEvent(msg);
+            lpMdApi->_HandleEvent(msg);
         }
         return;
     }
     const unsigned char* lpQuote = msg + offsetof(U50QuoteMessage, quote);
     if (refUserData.userDataType == CALL_BACK) {
         bool bSuccess = false;
-        CKovaShfeMdSpi* lpMdSpi = refMdApi.m_kovaShfeMdSpiOptional.GetData(bSuccess);
+        CKovaShfeMdSpi* lpMdSpi = lpMdApi->m_kovaShfeMdSpiOptional.GetData(bSuccess);
         if (!bSuccess) [[unlikely]] {
             return _LogDroppedMessage("refMdSpi is nullptr");
         }

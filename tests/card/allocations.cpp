@@ -75,19 +75,49 @@ Allocations::FailLarge::~FailLarge() {
 
 }  // namespace kova::test
 
-// The other forms of the standard library end in these two.
-__attribute__((visibility("default"))) void* operator new(std::size_t bytes) {
-    void* const memory = must_fail(bytes) ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
+// All forms, since those of a sanitizer's runtime do not end in one another. The aligned ones stay as they are.
+#define KOVA_REPLACED __attribute__((visibility("default")))
+
+KOVA_REPLACED void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    return must_fail(bytes) ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
+}
+
+KOVA_REPLACED void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
+    return operator new(bytes, std::nothrow);
+}
+
+KOVA_REPLACED void* operator new(std::size_t bytes) {
+    void* const memory = operator new(bytes, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
     return memory;
 }
 
-__attribute__((visibility("default"))) void operator delete(void* memory) noexcept {
+KOVA_REPLACED void* operator new[](std::size_t bytes) {
+    return operator new(bytes);
+}
+
+KOVA_REPLACED void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 
-__attribute__((visibility("default"))) void operator delete(void* memory, std::size_t) noexcept {
+KOVA_REPLACED void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+
+KOVA_REPLACED void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+KOVA_REPLACED void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+KOVA_REPLACED void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+KOVA_REPLACED void operator delete[](void* memory, const std::nothrow_t&) noexcept {
     std::free(memory);
 }

@@ -159,12 +159,13 @@ TEST_F(DrvDMAEnyxTest, SendingBeforeOpeningFails) {
     EXPECT_EQ(sdk().calls(), Strings{});
 }
 
-TEST_F(DrvDMAEnyxTest, SendingAfterClosingFails) {
+TEST_F(DrvDMAEnyxTest, ClosingForgetsTheMtu) {
     EXPECT_EQ(dma->Init(0, name), 0);
     dma->Destory();
     forget();
     const unsigned char byte = 0;
     EXPECT_EQ(dma->Send(&byte, 1), -1);
+    EXPECT_EQ(new_log(), (Strings{"[E][Send]send error, exceed c2amtu, sendsize:1, mtu:0"}));
     EXPECT_EQ(sdk().calls(), Strings{});
 }
 

@@ -23,7 +23,7 @@ namespace {
 std::atomic<std::uint64_t> malloc_count{0};
 std::atomic<std::uint64_t> lock_count{0};
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !KOVA_TEST_IS_SANITIZED
 template <typename Function>
 Function* next(const char* name) {
     auto* const function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -37,7 +37,7 @@ Function* next(const char* name) {
 }  // namespace
 
 // The C library's allocator under names of its own, and locks with a counter in front.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !KOVA_TEST_IS_SANITIZED
 
 #define KOVA_INTERPOSED extern "C" __attribute__((visibility("default")))
 

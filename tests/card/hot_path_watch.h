@@ -7,6 +7,18 @@
 #include <functional>
 #include <ostream>
 
+// 1 where a sanitizer's runtime stands between the program and the C library.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KOVA_TEST_IS_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define KOVA_TEST_IS_SANITIZED 1
+#endif
+#endif
+#ifndef KOVA_TEST_IS_SANITIZED
+#define KOVA_TEST_IS_SANITIZED 0
+#endif
+
 namespace kova::test {
 
 enum class HotPathVerdict {
@@ -28,11 +40,7 @@ std::ostream& operator<<(std::ostream& out, HotPathVerdict verdict);
 [[nodiscard]] HotPathVerdict watch_hot_path(const std::function<bool()>& code);
 
 [[nodiscard]] constexpr bool can_watch_hot_path() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return false;
-#else
-    return true;
-#endif
+    return KOVA_TEST_IS_SANITIZED == 0;
 }
 
 }  // namespace kova::test
