@@ -10,9 +10,10 @@ cd "$(dirname "$0")/.."
 preset=${1:-release}
 [[ $# -eq 0 ]] || shift
 
-# What a run could leave behind: shared memory, instrument files, temporary files, logs.
+# What a run could leave outside the folder for temporary files that it is given.
 leftovers() {
-  find /dev/shm /tmp -maxdepth 1 \( -name 'kova*' -o -name '.shfe_*' \) 2>/dev/null
+  find /dev/shm -maxdepth 1 -name 'kova*'
+  find /tmp -maxdepth 1 -name '.shfe_*'
   find . -path ./.git -prune -o -name 'kova_u50_*.log' -print
 }
 
@@ -37,11 +38,18 @@ before=$(leftovers | sort)
 "${plainly[@]}" cmake --preset "$preset" >/dev/null
 "${plainly[@]}" cmake --build --preset "$preset"
 
+TMPDIR=$(mktemp -d "${TMPDIR:-/tmp}/kova-tests.XXXXXX")
+export TMPDIR
+trap 'rm -rf "$TMPDIR"' EXIT
 result=0
 "${plainly[@]}" ctest --test-dir "build/$preset" --output-on-failure --no-tests=error --parallel "$(nproc)" "$@" ||
   result=$?
 
-left=$(comm -13 <(printf '%s\n' "$before") <(leftovers | sort); running)
+left=$(
+  comm -13 <(printf '%s\n' "$before") <(leftovers | sort)
+  find "$TMPDIR" -mindepth 1 -maxdepth 1
+  running
+)
 if [[ -n $left ]]; then
   printf '\nThe tests left behind:\n%s\n' "$left" >&2
   exit 1
