@@ -84,10 +84,14 @@ __attribute__((format(printf, 4, 0))) std::string_view ComposeLine(char (&szLine
 
 /** Composes the file's name; false with errno set when no file can have it. */
 bool ComposeFileName(char (&szFile)[PATH_MAX], const std::string& refLogPath, const std::tm& refTime) {
+    const int nYear = refTime.tm_year + 1900;
+    const int nMonth = refTime.tm_mon + 1;
     const int nLength =
-        snprintf(szFile, PATH_MAX, "%s%skova_u50_%04d%02d%02d_%02d%02d%02d.log", refLogPath.c_str(),
-                 refLogPath.empty() ? "" : "/", refTime.tm_year + 1900, refTime.tm_mon + 1, refTime.tm_mday,
-                 refTime.tm_hour, refTime.tm_min, refTime.tm_sec);
+        refLogPath.empty()
+            ? snprintf(szFile, PATH_MAX, "kova_u50_%04d%02d%02d_%02d%02d%02d.log", nYear, nMonth,
+                       refTime.tm_mday, refTime.tm_hour, refTime.tm_min, refTime.tm_sec)
+            : snprintf(szFile, PATH_MAX, "%s/kova_u50_%04d%02d%02d_%02d%02d%02d.log", refLogPath.c_str(), nYear,
+                       nMonth, refTime.tm_mday, refTime.tm_hour, refTime.tm_min, refTime.tm_sec);
     if (nLength < 0 || nLength >= PATH_MAX) {
         errno = ENAMETOOLONG;
         return false;

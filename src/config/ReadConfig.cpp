@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "engine/KovaShfeMdApiImpl.h"
+#include "log/CommonLog.h"
 
 namespace {
 
@@ -65,18 +66,6 @@ constexpr SMaxInstNoKey MAX_INST_NO_KEYS[] = {
     {"ine4ps_max_inst_no", 85101, &U50MaxInstNo::ine4ps_max_inst_no},
 };
 
-void LogText(const char* szKey, const char* szValue) {
-    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "%s[%s]", szKey, szValue);
-}
-
-void LogNumber(const char* szKey, int32_t nValue) {
-    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "%s[%d]", szKey, nValue);
-}
-
-void LogUnsigned(const char* szKey, uint32_t nValue) {
-    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "%s[%u]", szKey, nValue);
-}
-
 /** Whether a feed is on. */
 bool ReadEnabled(const CIniReader& refIni, const char* szKey, const char* szDefault) {
     return refIni.ReadString(SECTION, szKey, szDefault) == "enabled";
@@ -134,8 +123,8 @@ void ReadProcessKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {
 }
 
 void LogProcessKeys(const U50ConfigInfo& refConfig) {
-    LogNumber("log_level", refConfig.log_level);
-    LogNumber("cpucore", refConfig.cpucore);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "log_level[%d]", refConfig.log_level);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "cpucore[%d]", refConfig.cpucore);
     KOVA_LOG_AS(LOG_DEBUG, OPERATION, "bus_id[%d] channel_id[%d]", refConfig.bus_id, refConfig.channel_id);
 }
 
@@ -161,21 +150,30 @@ void ReadFeedKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {
 }
 
 void LogFeedKeys(const U50ConfigInfo& refConfig) {
-    LogNumber("enabled_mask", refConfig.enabled_mask.enabled_mask);
-    for (const SAddressKey& refKey : ADDRESS_KEYS) {
-        LogText(refKey.szKey, (refConfig.multiIpAndPort.*refKey.lpField).data());
-    }
-    for (const STopicKey& refKey : TOPIC_KEYS) {
-        LogNumber(refKey.szKey, refConfig.topicID.*refKey.lpField);
-    }
-    for (const SSnapPortKey& refKey : SNAP_PORT_KEYS) {
-        LogNumber(refKey.szKey, refConfig.snapTcpPort.*refKey.lpField);
-    }
-    for (const SMaxInstNoKey& refKey : MAX_INST_NO_KEYS) {
-        LogNumber(refKey.szKey, refConfig.maxInstNo.*refKey.lpField);
-    }
-    LogUnsigned("last_tick_channel", refConfig.last_tick_channel);
-    LogUnsigned("detect_interval", refConfig.detect_interval);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "enabled_mask[%d]", refConfig.enabled_mask.enabled_mask);
+    const U50MultiIpAndPort& refAddresses = refConfig.multiIpAndPort;
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe2ps_ip_a[%s]", refAddresses.shfe2ps_ip_a.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe2ps_ip_b[%s]", refAddresses.shfe2ps_ip_b.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe4ps_ip_a[%s]", refAddresses.shfe4ps_ip_a.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe4ps_ip_b[%s]", refAddresses.shfe4ps_ip_b.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine2ps_ip_a[%s]", refAddresses.ine2ps_ip_a.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine2ps_ip_b[%s]", refAddresses.ine2ps_ip_b.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine4ps_ip_a[%s]", refAddresses.ine4ps_ip_a.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine4ps_ip_b[%s]", refAddresses.ine4ps_ip_b.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe2ps_topic_id[%d]", refConfig.topicID.shfe2ps_topic_id);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe4ps_topic_id[%d]", refConfig.topicID.shfe4ps_topic_id);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine2ps_topic_id[%d]", refConfig.topicID.ine2ps_topic_id);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine4ps_topic_id[%d]", refConfig.topicID.ine4ps_topic_id);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe2ps_snap_port[%d]", refConfig.snapTcpPort.shfe2ps_snap_port);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe4ps_snap_port[%d]", refConfig.snapTcpPort.shfe4ps_snap_port);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine2ps_snap_port[%d]", refConfig.snapTcpPort.ine2ps_snap_port);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine4ps_snap_port[%d]", refConfig.snapTcpPort.ine4ps_snap_port);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe2ps_max_inst_no[%d]", refConfig.maxInstNo.shfe2ps_max_inst_no);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shfe4ps_max_inst_no[%d]", refConfig.maxInstNo.shfe4ps_max_inst_no);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine2ps_max_inst_no[%d]", refConfig.maxInstNo.ine2ps_max_inst_no);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "ine4ps_max_inst_no[%d]", refConfig.maxInstNo.ine4ps_max_inst_no);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "last_tick_channel[%u]", refConfig.last_tick_channel);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "detect_interval[%u]", refConfig.detect_interval);
 }
 
 void ReadNetworkKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {
@@ -190,14 +188,14 @@ void ReadNetworkKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {
 }
 
 void LogNetworkKeys(const U50ConfigInfo& refConfig) {
-    LogNumber("board_id", refConfig.board_id);
-    LogText("DSTMAC", refConfig.DSTMAC.data());
-    LogText("DSTIP", refConfig.DSTIP.data());
-    LogNumber("DSTPORT", refConfig.DSTPORT);
-    LogText("SRCMAC", refConfig.SRCMAC.data());
-    LogText("SRCIP", refConfig.SRCIP.data());
-    LogNumber("SRCPORT", refConfig.SRCPORT);
-    LogNumber("TARGETROUTE", refConfig.TARGETROUTE);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "board_id[%d]", refConfig.board_id);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "DSTMAC[%s]", refConfig.DSTMAC.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "DSTIP[%s]", refConfig.DSTIP.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "DSTPORT[%d]", refConfig.DSTPORT);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "SRCMAC[%s]", refConfig.SRCMAC.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "SRCIP[%s]", refConfig.SRCIP.data());
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "SRCPORT[%d]", refConfig.SRCPORT);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "TARGETROUTE[%d]", refConfig.TARGETROUTE);
 }
 
 void ReadSwitchKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {
@@ -212,13 +210,13 @@ void ReadSwitchKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {
 }
 
 void LogSwitchKeys(const U50ConfigInfo& refConfig) {
-    LogNumber("crc_mux_check", refConfig.crc_mux_check);
-    LogUnsigned("price_protect_event_mask", refConfig.price_protect_event_mask);
-    LogNumber("repeat_quote_upload", refConfig.repeat_quote_upload);
-    LogNumber("model_sel", refConfig.model_sel);
-    LogNumber("event_model_sel", refConfig.event_model_sel);
-    LogNumber("shield_price_check", refConfig.shield_price_check);
-    LogNumber("dma_data_flag", refConfig.dma_data_flag);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "crc_mux_check[%d]", refConfig.crc_mux_check);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "price_protect_event_mask[%u]", refConfig.price_protect_event_mask);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "repeat_quote_upload[%d]", refConfig.repeat_quote_upload);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "model_sel[%d]", refConfig.model_sel);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "event_model_sel[%d]", refConfig.event_model_sel);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "shield_price_check[%d]", refConfig.shield_price_check);
+    KOVA_LOG_AS(LOG_DEBUG, OPERATION, "dma_data_flag[%d]", refConfig.dma_data_flag);
 }
 
 void ReadFaultKeys(const CIniReader& refIni, U50ConfigInfo& refConfig) {

@@ -12,8 +12,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,8 +37,9 @@ inline Strings read_log() {
         if (!entry.path().filename().string().starts_with("kova_u50_")) {
             continue;
         }
-        std::ifstream file(entry.path(), std::ios::binary);
-        for (const std::string& line : split_lines(std::string(std::istreambuf_iterator<char>(file), {}))) {
+        std::ostringstream text;
+        text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+        for (const std::string& line : split_lines(text.str())) {
             const std::optional<LogLine> parsed = parse_log_line(line);
             const std::size_t end_of_file_name = parsed ? parsed->body.find(']') : std::string::npos;
             lines.push_back(end_of_file_name == std::string::npos
