@@ -14,7 +14,7 @@ preset=${1:-release}
 leftovers() {
   find /dev/shm -maxdepth 1 -name 'kova*'
   find /tmp -maxdepth 1 -name '.shfe_*'
-  find . -path ./.git -prune -o -name 'kova_u50_*.log' -print
+  find . \( -path ./.git -o -path './build/*/tests/package' \) -prune -o -name 'kova_u50_*.log' -print
 }
 
 # Processes that run a program of this build.
