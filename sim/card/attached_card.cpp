@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <new>
 #include <utility>
 
 namespace kova::sim {
@@ -26,6 +27,18 @@ int lock_file_for(const AttachedCard& card, std::uint64_t byte) {
         return -1;
     }
     return file;
+}
+
+// An open stream that holds the lock; null and ENOMEM, the lock free again, when there is no memory for it.
+template <typename Make>
+auto made_or_freed(int lock_file, Make&& make) -> decltype(make()) {
+    try {
+        return make();
+    } catch (const std::bad_alloc&) {
+        close(lock_file);
+        errno = ENOMEM;
+        return nullptr;
+    }
 }
 
 // The first lap of a fresh ring would otherwise pay a page fault every 21 quotes.
@@ -68,7 +81,9 @@ std::unique_ptr<CardToHostStream> CardToHostStream::open(const AttachedCard& car
     if (lock_file < 0) {
         return nullptr;
     }
-    return std::unique_ptr<CardToHostStream>(new CardToHostStream(card, lock_file, channel));
+    return made_or_freed(lock_file, [&] {
+        return std::unique_ptr<CardToHostStream>(new CardToHostStream(card, lock_file, channel));
+    });
 }
 
 CardToHostStream::CardToHostStream(AttachedCard card, int lock_file, std::uint32_t channel)
@@ -95,7 +110,9 @@ std::unique_ptr<HostToCardStream> HostToCardStream::open(const AttachedCard& car
     if (lock_file < 0) {
         return nullptr;
     }
-    return std::unique_ptr<HostToCardStream>(new HostToCardStream(card, lock_file, channel));
+    return made_or_freed(lock_file, [&] {
+        return std::unique_ptr<HostToCardStream>(new HostToCardStream(card, lock_file, channel));
+    });
 }
 
 HostToCardStream::HostToCardStream(AttachedCard card, int lock_file, std::uint32_t channel)
