@@ -84,7 +84,7 @@ int log_file_descriptor() {
     for (int descriptor = 3; descriptor < 100; ++descriptor) {
         std::error_code none;
         const auto target = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none);
-        if (target.extension() == ".log") {
+        if (target.filename().string().starts_with("kova_u50_")) {
             return descriptor;
         }
     }
@@ -685,7 +685,8 @@ TEST(CommonLogThreaded, FirstLinesOfSeveralThreadsShareOneFile) {
         int open_files = 0;
         for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
             std::error_code none;
-            open_files += std::filesystem::read_symlink(entry.path(), none).extension() == ".log" ? 1 : 0;
+            const std::string name = std::filesystem::read_symlink(entry.path(), none).filename().string();
+            open_files += name.starts_with("kova_u50_") ? 1 : 0;
         }
         std::printf("%d", open_files);
     });
