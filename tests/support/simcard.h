@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -16,8 +17,19 @@
 
 #include "sim/card/card_memory.h"
 #include "support/process.h"
+#include "support/temp_dir.h"
 
 namespace kova::test {
+
+/** A scenario in a file of its own, which is gone when this goes. */
+class ScenarioFile {
+ public:
+    explicit ScenarioFile(const std::string& text) { std::ofstream(path()) << text; }
+    [[nodiscard]] std::string path() const { return (directory_.path() / "scenario.toml").string(); }
+
+ private:
+    TempDir directory_;
+};
 
 /** Whether there is memory under the card's name, whoever powers it. */
 inline bool has_card_memory(std::uint32_t card) {

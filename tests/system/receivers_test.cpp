@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <deque>
-#include <fstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -15,19 +14,9 @@
 #include "support/process.h"
 #include "support/receiver.h"
 #include "support/simcard.h"
-#include "support/temp_dir.h"
 
 namespace kova::test {
 namespace {
-
-class ScenarioFile {
- public:
-    explicit ScenarioFile(const std::string& text) { std::ofstream(path()) << text; }
-    [[nodiscard]] std::string path() const { return (directory_.path() / "scenario.toml").string(); }
-
- private:
-    TempDir directory_;
-};
 
 // One product a channel, channel 0 included.
 constexpr const char* kProducts[16] = {"cu", "al", "zn", "pb", "ni", "sn", "au", "ag",

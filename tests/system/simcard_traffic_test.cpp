@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <regex>
 #include <set>
@@ -16,7 +15,6 @@
 #include "support/card_index.h"
 #include "support/process.h"
 #include "support/simcard.h"
-#include "support/temp_dir.h"
 #include "wire/DmaMessage.h"
 #include "wire/RegisterMap.h"
 
@@ -34,15 +32,6 @@ instruments = ["all"]
 [channel.2]
 instruments = ["cu", "sc"]
 )";
-
-class ScenarioFile {
- public:
-    explicit ScenarioFile(const std::string& text) { std::ofstream(path()) << text; }
-    [[nodiscard]] std::string path() const { return (directory_.path() / "scenario.toml").string(); }
-
- private:
-    TempDir directory_;
-};
 
 // A client of one channel, below the library.
 struct Reader {
