@@ -8,8 +8,13 @@
  *                                engine/ReceiveCold.cpp       what a call does when it is not a quote
  *     3. Configuration           config/ReadConfig.cpp
  *     4. Bring-up                bringup/ChannelBringUp.cpp
- *     5. Snapshot                snapshot/TcpSession.cpp
- *     6. Integrity               integrity/FpgaEvents.cpp
+ *     5. Snapshot                snapshot/TcpHandler.cpp      segments
+ *                                snapshot/ParseMdqp.cpp       messages
+ *                                snapshot/TcpSession.cpp      starting over
+ *     6. Instruments             instruments/ContractTable.cpp
+ *                                instruments/Subscription.cpp
+ *     7. Integrity               integrity/FpgaEvents.cpp     events of the card
+ *                                integrity/PriceCheck.cpp     prices of the snapshot
  *
  * Everything runs on the application's receiving thread, except KovaStop() and the signal handler, which talk
  * to the loop through one flag each.
@@ -32,10 +37,13 @@
 #include "reg/DrvRegEnyx.h"
 #include "signal/SignalProcess.h"
 #include "snapshot/DstPort.h"
+#include "snapshot/TcpSegment.h"
 #include "snapshot/TcpSession.h"
 #include "util/USTOptional.h"
 #include "util/UstCharArray.h"
 #include "wire/DmaMessage.h"
+#include "wire/Feed.h"
+#include "wire/Mdqp.h"
 #include "write_shot/WriteShot.h"
 
 /** Date and time of the build, and the version. */
@@ -124,6 +132,76 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
 
     // 5. Snapshot.
 
+    /**
+     * Handler of the polls that wait for the snapshot; `user_data` is the engine. Takes one DMA message, of any
+     * length and content. Nothing is thrown.
+     */
+    static void _TcpHandler(const unsigned char* lpPacket, unsigned int length, void* user_data);
+
+    int32_t _TakeMessage(const uint8_t* lpPacket, uint32_t nLength);
+
+    /** Writes the message into the capture files if they are wanted. */
+    void _Capture(const uint8_t* lpPacket, uint32_t nLength);
+
+    /** @param nRoom readable bytes; @param nLength length of the message, which may be more or less. */
+    void _TakePacket(const uint8_t* lpPacket, uint32_t nRoom, uint32_t nLength);
+    void _LogForeignMessage(const uint8_t* lpPacket) const;
+    [[nodiscard]] bool _IsSnapshotPort(uint16_t nPort) const noexcept;
+
+    /** Once every feed's snapshot is complete, checks it and writes it to the card; false: drop the segment. */
+    bool _CompleteSnapshot();
+
+    /** 0, or -1 when there is no memory. */
+    static int _InitTcpSession(tcp_session_t& refSession, int dstPort);
+
+    /** A segment of a connection that has shown no snapshot yet. */
+    void _OpenSession(const STcpSegment& refSegment);
+
+    /** Notes which feed's snapshot a session carries; false when nobody wants it. */
+    bool _AcceptTopic(int32_t nTopicId, tcp_session_t& refSession);
+
+    /** A segment of an open connection. */
+    void _TakeSegment(const STcpSegment& refSegment, const uint8_t* lpFrame, uint32_t nLength);
+    void _TakeEarlySegment(tcp_session_t& refSession, const STcpSegment& refSegment, const uint8_t* lpFrame,
+                           uint32_t nLength);
+    void _DeliverInOrder(tcp_session_t& refSession, const STcpSegment& refSegment);
+
+    /** Decodes a whole message, `length` + 8 bytes of memory: 0, or -1 when the port belongs to no feed. */
+    static int _ParseMdqp(const mdqp_t* mdqp, unsigned short dstport, CKovaShfeMdApiImpl& refShfeMdApiImpl);
+
+    /** The message that ended a feed's snapshot has been decoded. */
+    void _FinishFeed(EMDQPDataType feed, uint16_t nPort);
+
+    /** 1 when the feed's table has a row of this number or a lower one, 0 when not; tells the first time. */
+    static int _ProtectInstNo(const EMDQPDataType& refMDQPDataType, int& inst_no);
+
+    /** Row of an instrument; null when its feed's table has none. */
+    [[nodiscard]] SInstTableType* _FindInstRow(EMDQPDataType feed, int32_t nInstNo);
+
+    // A field whose body may reach past the message's end, which is null then.
+    static void _DecodeInstInfo(const inst_info_t* lpInstInfo, EMDQPDataType feed,
+                                CKovaShfeMdApiImpl& refShfeMdApiImpl);
+    static void _DecodeDealInfo(const deal_info_t* lpDealInfo, EMDQPDataType feed,
+                                CKovaShfeMdApiImpl& refShfeMdApiImpl);
+    static void _DecodePriceDetail(const price_detail_t* lpPriceDetail, EMDQPDataType feed,
+                                   CKovaShfeMdApiImpl& refShfeMdApiImpl, int dstport, bool isNewRun);
+    static void _DecodeOrderStatistics(const order_statistics_info_t* lpOrderStatistics, EMDQPDataType feed,
+                                       CKovaShfeMdApiImpl& refShfeMdApiImpl);
+
+    // A whole field into its row; always 0.
+    static int _FieldID0101(const inst_info_t& inst_info, const EMDQPDataType& refMDQPDataType,
+                            CKovaShfeMdApiImpl& refShfeMdApiImpl);
+    static int _FieldID0102(const deal_info_t& deal_info, const EMDQPDataType& refMDQPDataType,
+                            CKovaShfeMdApiImpl& refShfeMdApiImpl);
+    /** @param flag the first level of a run: the row's levels are emptied before. */
+    static int _FieldID0103(const price_detail_t& price_detail, const EMDQPDataType& refMDQPDataType,
+                            CKovaShfeMdApiImpl& refShfeMdApiImpl, int dstport, bool flag);
+    static int _FieldID0104(const order_statistics_info_t& order_statistics,
+                            const EMDQPDataType& refMDQPDataType, CKovaShfeMdApiImpl& refShfeMdApiImpl);
+    static int _FieldID1004(const packet_no_t& packet_no, const EMDQPDataType& refMDQPDataType,
+                            CKovaShfeMdApiImpl& refShfeMdApiImpl);
+    void _TakeTradingDay(const char (&szActionDay)[9]);
+
     /** Throws away everything that was taken from the snapshot stream. Costs next to nothing when there is
      * nothing. */
     static void _Cleandata(CKovaShfeMdApiImpl& refMdApi) noexcept;
@@ -132,7 +210,41 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
      * them. */
     void _MarkSnapshotDirty() noexcept { m_isSnapshotDirty = true; }
 
-    // 6. Integrity.
+    // 6. Instruments. Register arguments are one table's; counts and indices are rows.
+
+    /** Writes all four tables to the card. */
+    void _WriteContractTables();
+
+    /** Writes one table to the card, rows from `instCount` on as zeros; always 0. */
+    int _WriteContractTable(SInstTableType* refInstTable, bool isEnabled, uint32_t writeAddrReg,
+                            uint32_t writeDataReg, int instCount, int instMaxCount);
+
+    /** Makes the configured row wrong, when the configuration says so. */
+    void _InjectFault(SInstTableType* refInstTable, int instCount);
+
+    /** Makes the card send a channel exactly what its instrument list selects; always 0. */
+    int _ContractSubscribeManager(int channelID);
+
+    /** Rows in use of each exchange's tables, from the card, at most the tables' sizes. */
+    void _ReadInstCounts(uint32_t& shfeInstCount, uint32_t& ineInstCount);
+    void _SubscribePattern(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int instCount, int channelID,
+                           CUstCharArray<32>& refInstrument);
+
+    /** Reads the rows back from the card and takes the channel out of them; always 0. */
+    int _ContractUnsubscribe(SInstTableType* refInstTable, uint32_t readAddrReg, uint32_t readDataReg,
+                             uint32_t writeAddrReg, uint32_t writeDataReg, int instCount, int channelID);
+
+    /** Subscribes one row to the channel if the pattern selects it; always 0. */
+    int _ContractSubscribe(SInstTableType* refInstTable, bool isEnabled, uint32_t readAddrReg,
+                           uint32_t readDataReg, uint32_t writeAddrReg, uint32_t writeDataReg, int instIndex,
+                           int channelID, CUstCharArray<32>& refInstrument);
+    [[nodiscard]] bool _IsSubscribed(const SInstTableType& refRow, int channelID,
+                                     const CUstCharArray<32>& refInstrument) const;
+
+    /** Whether an identifier is that of a time-at-settlement instrument. */
+    [[nodiscard]] static bool isShfeTasInst(const std::string& refShfeInstId);
+
+    // 7. Integrity.
 
     /** Judges one event of the card; true when the card has lost its state, which is then forgotten here too.
      */
@@ -144,6 +256,13 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
 
     void _ForgetCardState();
     void _LogCardStatus();
+
+    /** Checks the prices of every row of the snapshot: 0, or what the first bad row gave. */
+    static int ShfePriceCheck(CKovaShfeMdApiImpl& refShfeMdApiImpl);
+
+    /** Checks one row of a table: 0, or what CheckPrice gave. */
+    static int ShfeInstPriceCheck(SInstTableType* PinstTable, int instIndex,
+                                  CKovaShfeMdApiImpl& refShfeMdApiImpl);
 
     CUSTOptional<CKovaShfeMdSpi> m_kovaShfeMdSpiOptional;
     CConfigFileNameType m_configFileName;
@@ -169,6 +288,9 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
 
     /** Something may stand in m_sessions or m_u50InstTable. */
     bool m_isSnapshotDirty = false;
+
+    /** Memory ran out while the snapshot was taken. */
+    bool m_isSnapshotFailed = false;
 };
 
 #endif  // KOVA_ENGINE_KOVA_SHFE_MD_API_IMPL_H

@@ -43,7 +43,50 @@ struct EngineAccess {
     static void clean_data(Engine& engine) { Engine::_Cleandata(engine); }
     static void mark_snapshot_dirty(Engine& engine) { engine._MarkSnapshotDirty(); }
 
-    // 6. Integrity.
+    static void tcp_handler(const unsigned char* packet, unsigned int length, void* user_data) {
+        Engine::_TcpHandler(packet, length, user_data);
+    }
+    static int init_tcp_session(tcp_session_t& session, int dst_port) {
+        return Engine::_InitTcpSession(session, dst_port);
+    }
+    static int parse_mdqp(Engine& engine, const mdqp_t* message, unsigned short dst_port) {
+        return Engine::_ParseMdqp(message, dst_port, engine);
+    }
+    static int protect_inst_no(EMDQPDataType feed, int inst_no) {
+        return Engine::_ProtectInstNo(feed, inst_no);
+    }
+    static bool& is_snapshot_failed(Engine& engine) { return engine.m_isSnapshotFailed; }
+
+    // 6. Instruments.
+    static void write_contract_tables(Engine& engine) { engine._WriteContractTables(); }
+    static int write_contract_table(Engine& engine, SInstTableType* table, bool is_enabled,
+                                    uint32_t write_addr_reg, uint32_t write_data_reg, int inst_count,
+                                    int inst_max_count) {
+        return engine._WriteContractTable(table, is_enabled, write_addr_reg, write_data_reg, inst_count,
+                                          inst_max_count);
+    }
+    static int subscribe_manager(Engine& engine, int channel_id) {
+        return engine._ContractSubscribeManager(channel_id);
+    }
+    static int unsubscribe(Engine& engine, SInstTableType* table, uint32_t read_addr_reg,
+                           uint32_t read_data_reg, uint32_t write_addr_reg, uint32_t write_data_reg,
+                           int inst_count, int channel_id) {
+        return engine._ContractUnsubscribe(table, read_addr_reg, read_data_reg, write_addr_reg, write_data_reg,
+                                           inst_count, channel_id);
+    }
+    static int subscribe(Engine& engine, SInstTableType* table, bool is_enabled, uint32_t read_addr_reg,
+                         uint32_t read_data_reg, uint32_t write_addr_reg, uint32_t write_data_reg,
+                         int inst_index, int channel_id, CUstCharArray<32>& instrument) {
+        return engine._ContractSubscribe(table, is_enabled, read_addr_reg, read_data_reg, write_addr_reg,
+                                         write_data_reg, inst_index, channel_id, instrument);
+    }
+    static bool is_tas_inst(const std::string& inst_id) { return Engine::isShfeTasInst(inst_id); }
+
+    // 7. Integrity.
+    static int price_check(Engine& engine) { return Engine::ShfePriceCheck(engine); }
+    static int inst_price_check(Engine& engine, SInstTableType* table, int inst_index) {
+        return Engine::ShfeInstPriceCheck(table, inst_index, engine);
+    }
     static bool check_event(Engine& engine, const U50Event& event) {
         return engine._CheckLostUdpPktHandler(event);
     }
