@@ -17,7 +17,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/** `flag` of the first message of a snapshot. */
+/** `flag` of the messages of a snapshot before the last. */
 constexpr uint8_t MDQP_FLAG_FIRST = 0x11;
 /** `flag` of the message that ends a snapshot. */
 constexpr uint8_t MDQP_FLAG_LAST = 0x01;
@@ -46,7 +46,7 @@ constexpr char MDQP_DIRECTION_ASK = '1';
 
 /** Header of a message, which is `length` + 8 bytes long. */
 struct mdqp_t {
-    uint8_t flag; /**< MDQP_FLAG_FIRST, MDQP_FLAG_LAST, or anything else in between */
+    uint8_t flag; /**< MDQP_FLAG_FIRST or MDQP_FLAG_LAST */
     int8_t type_id;
     uint16_t length;    /**< bytes behind this header */
     int32_t request_id; /**< not used */

@@ -93,11 +93,14 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
 
     // 2. Receive. The hot path is what stands here without `cold`.
 
+    // One test each, without a branch between its terms: they run before every poll.
     [[nodiscard]] bool _IsStopping() noexcept {
-        return CSignalProcess::IsExit() || std::atomic_ref<bool>(m_isStopflag).load(std::memory_order_relaxed);
+        return (static_cast<int32_t>(CSignalProcess::IsExit()) |
+                static_cast<int32_t>(std::atomic_ref<bool>(m_isStopflag).load(std::memory_order_relaxed))) != 0;
     }
     [[nodiscard]] bool _IsBringUpDue() const noexcept {
-        return m_u50ConfigInfo.channel_id == MANAGER_CHANNEL && !m_isAllInitFinished;
+        static_assert(MANAGER_CHANNEL == 0);
+        return (m_u50ConfigInfo.channel_id | static_cast<int32_t>(m_isAllInitFinished)) == 0;
     }
     int32_t _PollOnce();
 
@@ -162,9 +165,7 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
 
     /** A segment of an open connection. */
     void _TakeSegment(const STcpSegment& refSegment, const uint8_t* lpFrame, uint32_t nLength);
-    void _TakeEarlySegment(tcp_session_t& refSession, const STcpSegment& refSegment, const uint8_t* lpFrame,
-                           uint32_t nLength);
-    void _DeliverInOrder(tcp_session_t& refSession, const STcpSegment& refSegment);
+    struct SDeliveryContext;
 
     /** Decodes a whole message, `length` + 8 bytes of memory: 0, or -1 when the port belongs to no feed. */
     static int _ParseMdqp(const mdqp_t* mdqp, unsigned short dstport, CKovaShfeMdApiImpl& refShfeMdApiImpl);

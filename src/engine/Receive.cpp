@@ -71,7 +71,7 @@ void CKovaShfeMdApiImpl::_MdHandler(const unsigned char* msg, unsigned int, void
         return;
     }
     const unsigned char* lpQuote = msg + offsetof(U50QuoteMessage, quote);
-    if (refUserData.userDataType == CALL_BACK) {
+    if (refUserData.userDataType == CALL_BACK) [[likely]] {
         bool bSuccess = false;
         CKovaShfeMdSpi* lpMdSpi = lpMdApi->m_kovaShfeMdSpiOptional.GetData(bSuccess);
         if (!bSuccess) [[unlikely]] {
@@ -79,13 +79,16 @@ void CKovaShfeMdApiImpl::_MdHandler(const unsigned char* msg, unsigned int, void
         }
         refUserData.isQuote = true;
         lpMdSpi->OnKovaShfeMd(reinterpret_cast<const KovaShfeMdType*>(lpQuote));
-    } else if (refUserData.userDataType == BUFF_FETCH) {
-        if (refUserData.lpMdData == nullptr) [[unlikely]] {
-            return _LogDroppedMessage("lpMdData is nullptr");
-        }
-        std::memcpy(refUserData.lpMdData, lpQuote, sizeof(KovaShfeMdType));
-        refUserData.isQuote = true;
+        return;
     }
+    if (refUserData.userDataType != BUFF_FETCH) [[unlikely]] {
+        return;
+    }
+    if (refUserData.lpMdData == nullptr) [[unlikely]] {
+        return _LogDroppedMessage("lpMdData is nullptr");
+    }
+    std::memcpy(refUserData.lpMdData, lpQuote, sizeof(KovaShfeMdType));
+    refUserData.isQuote = true;
 }
 
 void CKovaShfeMdApiImpl::_MdClearHandler(const unsigned char*, unsigned int, void*) noexcept {}

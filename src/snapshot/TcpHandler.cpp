@@ -25,12 +25,6 @@ constexpr const char* TCP_HANDLER = "_TcpHandler";
 /** Bytes of a message that count; behind a shorter one there are zeros. */
 constexpr uint32_t WORK_BUFFER_SIZE = 2048;
 
-/** What a delivered message belongs to. */
-struct SDeliveryContext {
-    CKovaShfeMdApiImpl& refMdApi;
-    uint16_t nDstPort;
-};
-
 /**
  * Whether nothing behind the end of the message matters to it: its headers and all that its IP header speaks of
  * lie in front. All segments but odd ones are like that and need no copy.
@@ -47,6 +41,17 @@ uint32_t DmaTypeOf(const uint8_t* lpPacket) {
 }
 
 }  // namespace
+
+/** What a delivered message belongs to. */
+struct CKovaShfeMdApiImpl::SDeliveryContext {
+    CKovaShfeMdApiImpl& refMdApi;
+    uint16_t nDstPort;
+
+    static void Parse(const mdqp_t* lpMdqp, void* lpContext) {
+        const auto& refContext = *static_cast<SDeliveryContext*>(lpContext);
+        _ParseMdqp(lpMdqp, refContext.nDstPort, refContext.refMdApi);
+    }
+};
 
 void CKovaShfeMdApiImpl::_TcpHandler(const unsigned char* lpPacket, unsigned int length, void* user_data) {
     if (user_data == nullptr || lpPacket == nullptr) {
@@ -201,7 +206,8 @@ void CKovaShfeMdApiImpl::_OpenSession(const STcpSegment& refSegment) {
             return;
         }
     }
-    _DeliverInOrder(refSession, refSegment);
+    SDeliveryContext context = {*this, refSegment.nDstPort};
+    DeliverInOrder(refSession, refSegment, {&SDeliveryContext::Parse, &context});
 }
 
 bool CKovaShfeMdApiImpl::_AcceptTopic(int32_t nTopicId, tcp_session_t& refSession) {
@@ -234,49 +240,9 @@ void CKovaShfeMdApiImpl::_TakeSegment(const STcpSegment& refSegment, const uint8
     if (refSegment.nDstHost != refSession.dst_host || refSegment.nSrcHost != refSession.src_host) {
         return;
     }
-    if (refSegment.nSeq < refSession.next_expt_seq) {
-        return;
-    }
-    if (refSegment.nSeq > refSession.next_expt_seq) {
-        _TakeEarlySegment(refSession, refSegment, lpFrame, nLength);
-        return;
-    }
-    refSession.next_expt_seq += refSegment.nPayloadSize;
-    _DeliverInOrder(refSession, refSegment);
-}
-
-void CKovaShfeMdApiImpl::_TakeEarlySegment(tcp_session_t& refSession, const STcpSegment& refSegment,
-                                           const uint8_t* lpFrame, uint32_t nLength) {
-    if (std::max<size_t>(nLength, IpFrameEnd(lpFrame)) > TCP_LOST_FRAME_SIZE) {
-        KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "early frame of %u bytes is too long to be kept, dropped",
-                    nLength);
-        return;
-    }
-    switch (KeepEarlyFrame(refSession, lpFrame, nLength, refSegment.nSeq)) {
-        case KEEP_STORED:
-        case KEEP_DUPLICATE:
-            return;
-        case KEEP_NO_MEMORY:
-            KOVA_LOG_AS(LOG_ERROR, TCP_HANDLER, "failed to malloc buffer to store tcp_lost_buf_t");
-            return;
-        case KEEP_LIST_FULL:
-            KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "break tcp seq detected. expt: %u, Got: %u",
-                        refSession.next_expt_seq, refSegment.nSeq);
-            _Cleandata(*this);
-            KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "packet loss > 20 msg, free cache, init again.");
-            return;
-    }
-}
-
-void CKovaShfeMdApiImpl::_DeliverInOrder(tcp_session_t& refSession, const STcpSegment& refSegment) {
     SDeliveryContext context = {*this, refSegment.nDstPort};
-    const SMdqpSink sink = {[](const mdqp_t* lpMdqp, void* lpContext) {
-                                const auto& refContext = *static_cast<SDeliveryContext*>(lpContext);
-                                _ParseMdqp(lpMdqp, refContext.nDstPort, refContext.refMdApi);
-                            },
-                            &context};
-    DeliverPayload(refSession, refSegment.lpPayload, refSegment.nPayloadSize, sink);
-    if (refSession.lost_flag == 1) {
-        ReplayEarlyFrames(refSession, sink);
+    if (!TakeSegment(refSession, refSegment, lpFrame, nLength, {&SDeliveryContext::Parse, &context})) {
+        _Cleandata(*this);
+        KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "packet loss > 20 msg, free cache, init again.");
     }
 }

@@ -1,5 +1,6 @@
 #include "snapshot/TcpReassembly.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -8,6 +9,8 @@
 #include "snapshot/TcpSegment.h"
 
 namespace {
+
+constexpr const char* TCP_HANDLER = "_TcpHandler";
 
 /** Payloads of this size and less open no session: header, snapshot field and the like. */
 constexpr uint32_t OPENING_PAYLOAD_SIZE = 44;
@@ -69,7 +72,7 @@ void KeepRestFlawed(tcp_session_t& refSession, const SMdqpRun& refRun) {
 }
 
 EDelivery Abandon(tcp_session_t& refSession) {
-    KOVA_LOG_AS(LOG_WARNING, "_TcpHandler", "ignore tcp message!");
+    KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "ignore tcp message!");
     refSession.init = 0;
     refSession.frag_flag = 0;
     refSession.frag_buf_offset = 0;
@@ -106,7 +109,7 @@ EDelivery DeliverToFragment(tcp_session_t& refSession, const uint8_t* lpPayload,
     return DELIVERY_DONE;
 }
 
-/** Early frames must not start with the first message of a snapshot. */
+/** An early frame may start only with the message that ends a snapshot: stricter than live ones, on purpose. */
 bool IsFreshHeader(const uint8_t* lpPayload, uint32_t nSize, EDeliveryMode mode) {
     return IsMdqpHeader(lpPayload, nSize) && (mode == DELIVERY_LIVE || lpPayload[0] == MDQP_FLAG_LAST);
 }
@@ -157,6 +160,98 @@ std::unique_ptr<tcp_lost_buf_t> Unlink(tcp_session_t& refSession) {
     return frame;
 }
 
+/** What became of an early frame. */
+enum EKeepResult : int32_t {
+    KEEP_STORED = 0,
+    KEEP_DUPLICATE = 1, /**< a frame with its sequence number waits already */
+    KEEP_LIST_FULL = 2,
+    KEEP_NO_MEMORY = 3,
+};
+
+/** Keeps a frame that came too early, in its place by sequence number. */
+EKeepResult KeepEarlyFrame(tcp_session_t& refSession, const uint8_t* lpFrame, uint32_t nLength, uint32_t nSeq) {
+    if (refSession.lost_flag == 1 && refSession.lost_buf_size >= TCP_LOST_FRAME_LIMIT) {
+        return KEEP_LIST_FULL;
+    }
+    std::unique_ptr<tcp_lost_buf_t> frame(new (std::nothrow) tcp_lost_buf_t());
+    if (!frame) {
+        return KEEP_NO_MEMORY;
+    }
+    std::memcpy(frame->buf, lpFrame, nLength);
+    frame->len = nLength;
+    refSession.lost_flag = 1;
+
+    tcp_lost_buf_t* lpBefore = nullptr;
+    tcp_lost_buf_t* lpNext = refSession.lost_buf_head;
+    while (lpNext != nullptr) {
+        const uint32_t nNextSeq = SeqOf(*lpNext);
+        // An equal frame is noticed at the head only; further down the new one becomes its neighbour.
+        if (nNextSeq == nSeq && lpBefore == nullptr) {
+            return KEEP_DUPLICATE;
+        }
+        if (nNextSeq >= nSeq) {
+            break;
+        }
+        if (lpBefore != nullptr) {
+            KOVA_LOG_AS(LOG_ERROR, TCP_HANDLER, "free the cache of packet loss.");
+        }
+        lpBefore = lpNext;
+        lpNext = lpNext->next;
+    }
+    Link(refSession, lpBefore, frame.release(), lpNext);
+    return KEEP_STORED;
+}
+
+/** Takes up the early frames that are in order by now, and frees those and the outdated ones. */
+void ReplayEarlyFrames(tcp_session_t& refSession, const SMdqpSink& refSink) {
+    while (refSession.lost_buf_head != nullptr) {
+        const tcp_lost_buf_t& refHead = *refSession.lost_buf_head;
+        const STcpSegment segment = ReadTcpSegment(refHead.buf, sizeof(refHead.buf));
+        if (segment.nSeq > refSession.next_expt_seq) {
+            return;
+        }
+        const std::unique_ptr<tcp_lost_buf_t> frame = Unlink(refSession);
+        if (segment.nSeq < refSession.next_expt_seq) {
+            continue;
+        }
+        refSession.next_expt_seq += segment.nPayloadSize;
+        const EDelivery delivery =
+            Deliver(refSession, segment.lpPayload, segment.nPayloadSize, DELIVERY_REPLAY, refSink);
+        if (delivery == DELIVERY_ABANDONED) {
+            return;
+        }
+        if (delivery == DELIVERY_REFUSED) {
+            KOVA_LOG_AS(LOG_ERROR, TCP_HANDLER, "not a mdqp header, check program logic");
+            return;
+        }
+    }
+    refSession.lost_flag = 0;
+    refSession.lost_buf_size = 0;
+}
+
+/** False when too many early frames are waiting. */
+bool TakeEarlySegment(tcp_session_t& refSession, const STcpSegment& refSegment, const uint8_t* lpFrame,
+                      uint32_t nLength) {
+    if (std::max<size_t>(nLength, IpFrameEnd(lpFrame)) > TCP_LOST_FRAME_SIZE) {
+        KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "early frame of %u bytes is too long to be kept, dropped",
+                    nLength);
+        return true;
+    }
+    switch (KeepEarlyFrame(refSession, lpFrame, nLength, refSegment.nSeq)) {
+        case KEEP_STORED:
+        case KEEP_DUPLICATE:
+            return true;
+        case KEEP_NO_MEMORY:
+            KOVA_LOG_AS(LOG_ERROR, TCP_HANDLER, "failed to malloc buffer to store tcp_lost_buf_t");
+            return true;
+        case KEEP_LIST_FULL:
+            break;
+    }
+    KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "break tcp seq detected. expt: %u, Got: %u", refSession.next_expt_seq,
+                refSegment.nSeq);
+    return false;
+}
+
 }  // namespace
 
 bool IsMdqpHeader(const uint8_t* lpBytes, uint32_t nSize) noexcept {
@@ -185,68 +280,24 @@ std::optional<snap_t> NextSnapField(const uint8_t* lpPayload, uint32_t nSize, ui
     return std::nullopt;
 }
 
-void DeliverPayload(tcp_session_t& refSession, const uint8_t* lpPayload, uint32_t nSize,
-                    const SMdqpSink& refSink) {
-    Deliver(refSession, lpPayload, nSize, DELIVERY_LIVE, refSink);
+bool TakeSegment(tcp_session_t& refSession, const STcpSegment& refSegment, const uint8_t* lpFrame,
+                 uint32_t nLength, const SMdqpSink& refSink) {
+    if (refSegment.nSeq < refSession.next_expt_seq) {
+        return true;
+    }
+    if (refSegment.nSeq > refSession.next_expt_seq) {
+        return TakeEarlySegment(refSession, refSegment, lpFrame, nLength);
+    }
+    refSession.next_expt_seq += refSegment.nPayloadSize;
+    DeliverInOrder(refSession, refSegment, refSink);
+    return true;
 }
 
-EKeepResult KeepEarlyFrame(tcp_session_t& refSession, const uint8_t* lpFrame, uint32_t nLength, uint32_t nSeq) {
-    if (refSession.lost_flag == 1 && refSession.lost_buf_size >= TCP_LOST_FRAME_LIMIT) {
-        return KEEP_LIST_FULL;
+void DeliverInOrder(tcp_session_t& refSession, const STcpSegment& refSegment, const SMdqpSink& refSink) {
+    Deliver(refSession, refSegment.lpPayload, refSegment.nPayloadSize, DELIVERY_LIVE, refSink);
+    if (refSession.lost_flag == 1) {
+        ReplayEarlyFrames(refSession, refSink);
     }
-    std::unique_ptr<tcp_lost_buf_t> frame(new (std::nothrow) tcp_lost_buf_t());
-    if (!frame) {
-        return KEEP_NO_MEMORY;
-    }
-    std::memcpy(frame->buf, lpFrame, nLength);
-    frame->len = nLength;
-    refSession.lost_flag = 1;
-
-    tcp_lost_buf_t* lpBefore = nullptr;
-    tcp_lost_buf_t* lpNext = refSession.lost_buf_head;
-    while (lpNext != nullptr) {
-        const uint32_t nNextSeq = SeqOf(*lpNext);
-        // An equal frame is noticed at the head only; further down the new one becomes its neighbour.
-        if (nNextSeq == nSeq && lpBefore == nullptr) {
-            return KEEP_DUPLICATE;
-        }
-        if (nNextSeq >= nSeq) {
-            break;
-        }
-        if (lpBefore != nullptr) {
-            KOVA_LOG_AS(LOG_ERROR, "_TcpHandler", "free the cache of packet loss.");
-        }
-        lpBefore = lpNext;
-        lpNext = lpNext->next;
-    }
-    Link(refSession, lpBefore, frame.release(), lpNext);
-    return KEEP_STORED;
-}
-
-void ReplayEarlyFrames(tcp_session_t& refSession, const SMdqpSink& refSink) {
-    while (refSession.lost_buf_head != nullptr) {
-        const tcp_lost_buf_t& refHead = *refSession.lost_buf_head;
-        const STcpSegment segment = ReadTcpSegment(refHead.buf, sizeof(refHead.buf));
-        if (segment.nSeq > refSession.next_expt_seq) {
-            return;
-        }
-        const std::unique_ptr<tcp_lost_buf_t> frame = Unlink(refSession);
-        if (segment.nSeq < refSession.next_expt_seq) {
-            continue;
-        }
-        refSession.next_expt_seq += segment.nPayloadSize;
-        const EDelivery delivery =
-            Deliver(refSession, segment.lpPayload, segment.nPayloadSize, DELIVERY_REPLAY, refSink);
-        if (delivery == DELIVERY_ABANDONED) {
-            return;
-        }
-        if (delivery == DELIVERY_REFUSED) {
-            KOVA_LOG_AS(LOG_ERROR, "_TcpHandler", "not a mdqp header, check program logic");
-            return;
-        }
-    }
-    refSession.lost_flag = 0;
-    refSession.lost_buf_size = 0;
 }
 
 void FreeEarlyFrames(tcp_session_t& refSession) noexcept {

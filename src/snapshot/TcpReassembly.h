@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "snapshot/TcpSegment.h"
 #include "snapshot/TcpSession.h"
 #include "wire/Mdqp.h"
 
@@ -25,14 +26,6 @@ struct SMdqpSink {
 constexpr uint32_t TCP_FRAGMENT_LIMIT = 0x10000;
 /** More early frames than this are never waiting. */
 constexpr uint32_t TCP_LOST_FRAME_LIMIT = 500;
-
-/** What became of an early frame. */
-enum EKeepResult : int32_t {
-    KEEP_STORED = 0,
-    KEEP_DUPLICATE = 1, /**< a frame with its sequence number waits already */
-    KEEP_LIST_FULL = 2, /**< TCP_LOST_FRAME_LIMIT frames are waiting */
-    KEEP_NO_MEMORY = 3,
-};
 
 /** Whether a message of the snapshot stream starts here. */
 [[nodiscard]] bool IsMdqpHeader(const uint8_t* lpBytes, uint32_t nSize) noexcept;
@@ -48,20 +41,22 @@ enum EKeepResult : int32_t {
 [[nodiscard]] std::optional<snap_t> NextSnapField(const uint8_t* lpPayload, uint32_t nSize,
                                                   uint32_t& nOffset) noexcept;
 
-/** Hands over every message that an in-order payload completes and keeps what is left of it. */
-void DeliverPayload(tcp_session_t& refSession, const uint8_t* lpPayload, uint32_t nSize,
-                    const SMdqpSink& refSink);
+/**
+ * Takes one segment of the connection: hands over what it completes, keeps it when it is early, drops it when
+ * it is outdated. What cannot be kept is told in the log.
+ *
+ * @param refSegment sound.
+ * @param lpFrame the segment's frame from its Ethernet header on, `nLength` bytes.
+ * @return false when too many early frames are waiting: what was taken of the snapshot so far is useless.
+ */
+[[nodiscard]] bool TakeSegment(tcp_session_t& refSession, const STcpSegment& refSegment, const uint8_t* lpFrame,
+                               uint32_t nLength, const SMdqpSink& refSink);
 
 /**
- * Keeps a frame that came too early, in its place by sequence number.
- *
- * @param lpFrame the frame from its Ethernet header on, at most TCP_LOST_FRAME_SIZE bytes, headers sound.
+ * Hands over every message that an in-order payload completes and keeps what is left of it; then does the same
+ * with early frames that are in order by now.
  */
-[[nodiscard]] EKeepResult KeepEarlyFrame(tcp_session_t& refSession, const uint8_t* lpFrame, uint32_t nLength,
-                                         uint32_t nSeq);
-
-/** Takes up the early frames that are in order by now, and frees those and the outdated ones. */
-void ReplayEarlyFrames(tcp_session_t& refSession, const SMdqpSink& refSink);
+void DeliverInOrder(tcp_session_t& refSession, const STcpSegment& refSegment, const SMdqpSink& refSink);
 
 /** Frees the list of early frames. */
 void FreeEarlyFrames(tcp_session_t& refSession) noexcept;
