@@ -5,12 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstring>
 
 #include "sim/card/registers.h"
-#include "wire/DmaMessage.h"
 
 namespace kova::sim {
 
@@ -19,6 +19,16 @@ namespace {
 constexpr std::uint32_t kFewestSlotsLog2 = 6;  // a longest message must fit
 constexpr std::uint32_t kMostSlotsLog2 = 22;
 constexpr std::uint32_t kChannelBits = 0xFFFF;
+constexpr std::uint32_t kSnapshotChannel = 0;
+
+// What stands before the frame in a message: the header counts what follows it, as in the other messages, and
+// the further word means nothing to the host.
+struct FrameHeader {
+    U50DmaHeader header;
+    std::uint32_t word;
+};
+
+static_assert(sizeof(FrameHeader) == DMA_TCP_FRAME_OFFSET);
 
 [[noreturn]] void refuse(std::uint32_t index, const std::string& reason) {
     throw CardError("card " + std::to_string(index) + ": " + reason);
@@ -184,6 +194,58 @@ Routed Card::route_quote(EMDQPDataType feed, const KovaShfeMdType& quote) {
         }
     }
     return routed;
+}
+
+template <typename Push>
+Forwarded Card::forward(std::size_t message_bytes, Push&& push) {
+    if (message_bytes > kCardToHostMtu) {
+        return Forwarded::kTooLong;
+    }
+    Forwarding& counts = memory().forwarding;
+    if (!is_forwarding()) {
+        counts.withheld.fetch_add(1, std::memory_order_relaxed);
+        return Forwarded::kClosed;
+    }
+    switch (push(to_host_[kSnapshotChannel])) {
+        case PushResult::kSent:
+            counts.forwarded.fetch_add(1, std::memory_order_relaxed);
+            return Forwarded::kSent;
+        case PushResult::kLost:
+            return Forwarded::kLost;
+        case PushResult::kUnheard:
+            break;
+    }
+    return Forwarded::kUnheard;
+}
+
+Forwarded Card::forward_frame(std::span<const std::byte> ethernet_frame) {
+    const std::size_t bytes = sizeof(FrameHeader) + ethernet_frame.size();
+    return forward(bytes, [&](RingWriter& ring) {
+        return ring.push(bytes, [&](std::byte* place) {
+            const FrameHeader header{
+                .header = {.dma_type = DMA_TCP,
+                           .dma_len = static_cast<std::uint32_t>(bytes - sizeof(U50DmaHeader))},
+                .word = 0};
+            std::memcpy(place, &header, sizeof header);
+            std::ranges::copy(ethernet_frame, place + sizeof header);
+        });
+    });
+}
+
+Forwarded Card::forward_message(std::span<const std::byte> message) {
+    return forward(message.size(), [message](RingWriter& ring) { return ring.push(message); });
+}
+
+bool Card::has_room_for_frame(std::size_t bytes) {
+    return to_host_[kSnapshotChannel].has_room(sizeof(FrameHeader) + bytes);
+}
+
+bool Card::is_forwarding() const {
+    return sim::is_forwarding(memory().registers);
+}
+
+std::uint64_t Card::forwarding_openings() const {
+    return memory().forwarding.openings.load(std::memory_order_relaxed);
 }
 
 void Card::set_row(EMDQPDataType feed, std::uint32_t inst_no, const SInstTableType& row) {

@@ -20,6 +20,7 @@
 #include "KovaShfeMdApi.h"
 #include "sim/card/card_mapping.h"
 #include "sim/card/card_memory.h"
+#include "wire/DmaMessage.h"
 
 namespace kova::sim {
 
@@ -40,6 +41,18 @@ struct Routed {
     std::uint32_t lost = 0;     // channels whose ring was full
     std::uint32_t unheard = 0;  // channels that nobody has open
 };
+
+/** What became of a frame of the snapshot stream. */
+enum class Forwarded {
+    kSent,
+    kLost,     // the ring was full
+    kUnheard,  // nobody has channel 0 open
+    kClosed,   // the card does not forward now
+    kTooLong,  // for a message of the stream
+};
+
+/** Longest Ethernet frame that the card can forward. */
+inline constexpr std::size_t kLongestFrame = kCardToHostMtu - DMA_TCP_FRAME_OFFSET;
 
 class Card {
  public:
@@ -73,6 +86,16 @@ class Card {
     /** A quote from a feed: counted, and sent to every channel whose bit stands in the instrument's row. */
     Routed route_quote(EMDQPDataType feed, const KovaShfeMdType& quote);
 
+    /** An Ethernet frame of the snapshot stream: goes to channel 0 while the host has forwarding open. */
+    Forwarded forward_frame(std::span<const std::byte> ethernet_frame);
+    /** The same for a frame that is a message of the stream already, as a capture of messages has it. */
+    Forwarded forward_message(std::span<const std::byte> message);
+    /** Whether a frame of this many bytes would not be lost now; a sender that waits for this loses none. */
+    [[nodiscard]] bool has_room_for_frame(std::size_t bytes);
+    /** Whether the host has forwarding open, and how often it has opened it. */
+    [[nodiscard]] bool is_forwarding() const;
+    [[nodiscard]] std::uint64_t forwarding_openings() const;
+
     /** Sets a row of a contract table, its `config` word last. */
     void set_row(EMDQPDataType feed, std::uint32_t inst_no, const SInstTableType& row);
 
@@ -87,6 +110,9 @@ class Card {
 
  private:
     Card(CardMapping mapping, std::string name, bool replaced_leftover);
+
+    template <typename Push>
+    Forwarded forward(std::size_t message_bytes, Push&& push);
 
     CardMapping mapping_;
     std::string name_;  // empty for a private card

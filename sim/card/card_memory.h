@@ -5,10 +5,12 @@
  * and runs the card's own logic on it for each register access. The layout has a version: a client of another
  * version is refused.
  *
- *     identity | lock | registers | contract tables | stream controls | rings, one after the other
+ *     identity | lock | registers | contract tables | table ports | forwarding | mailbox | stream controls |
+ *     rings, one after the other
  *
  * Who is alive is told by locks on bytes of the memory's file, which the kernel releases when a process ends in
- * whatever way: byte 0 belongs to the program that powers the card, and one byte to the reader of each stream.
+ * whatever way: byte 0 belongs to the program that powers the card, byte 1 to whoever uses the mailbox, and one
+ * byte to the reader of each stream.
  */
 #ifndef KOVA_SIM_CARD_CARD_MEMORY_H
 #define KOVA_SIM_CARD_CARD_MEMORY_H
@@ -19,6 +21,7 @@
 #include <cstdint>
 
 #include "sim/card/card_lock.h"
+#include "sim/card/mailbox.h"
 #include "sim/card/stream_ring.h"
 #include "wire/Feed.h"
 #include "wire/InstRow.h"
@@ -26,7 +29,7 @@
 namespace kova::sim {
 
 inline constexpr std::uint64_t kCardMagic = 0x64726163'61766F6B;  // "kovacard"
-inline constexpr std::uint32_t kLayoutVersion = 1;
+inline constexpr std::uint32_t kLayoutVersion = 2;
 
 /** Channels of a card: receiving processes it serves. */
 inline constexpr std::uint32_t kChannelCount = 16;
@@ -75,6 +78,20 @@ struct ContractTables {
     std::array<SInstTableType, INE_TABLE_ROWS> ine_4ps;
 };
 
+/** How the host gets at one contract table through its registers; see contract_tables.h. */
+struct TablePort {
+    std::atomic<std::uint32_t> is_closed;
+    std::atomic<std::uint64_t> refused_writes;  // while it was closed
+    std::atomic<std::uint64_t> outside;         // writes and reads of words that the table does not have
+};
+
+/** The snapshot stream on its way to channel 0. */
+struct Forwarding {
+    std::atomic<std::uint64_t> openings;   // times that it was opened
+    std::atomic<std::uint64_t> forwarded;  // frames sent
+    std::atomic<std::uint64_t> withheld;   // frames that came while it was closed
+};
+
 struct ChannelStreams {
     RingControl card_to_host;
     RingControl host_to_card;
@@ -85,6 +102,9 @@ struct CardMemory {
     alignas(kCacheLine) CardLock lock;
     alignas(kCacheLine) RegisterFile registers;
     alignas(kCacheLine) ContractTables tables;
+    alignas(kCacheLine) std::array<TablePort, MDQP_FEED_COUNT> table_ports;  // in the order of the feeds
+    alignas(kCacheLine) Forwarding forwarding;
+    alignas(kCacheLine) CommandMailbox mailbox;
     alignas(kCacheLine) std::array<ChannelStreams, kChannelCount> channels;
     // The rings follow: sixteen card-to-host, then sixteen host-to-card.
 };
@@ -118,6 +138,7 @@ struct CardMemory {
 
 /** Bytes of the memory's file whose locks tell who is alive. */
 inline constexpr std::uint64_t kOwnerLockByte = 0;
+inline constexpr std::uint64_t kTellerLockByte = 1;
 [[nodiscard]] constexpr std::uint64_t card_to_host_lock_byte(std::uint32_t channel) {
     return 16 + channel;
 }

@@ -1,5 +1,6 @@
 #include "sim/card/registers.h"
 
+#include "sim/card/contract_tables.h"
 #include "wire/RegisterMap.h"
 
 namespace kova::sim {
@@ -10,6 +11,8 @@ namespace {
 constexpr std::uint32_t kBuildDate = 0x20260420;
 constexpr std::uint32_t kBuildVersion = 0x00010121;
 constexpr std::uint32_t kHardwareVersion = 0x20260420;
+
+constexpr std::uint32_t kForwardingOpen = 0xF;
 
 // Registers whose read side is another register than the write side.
 constexpr bool is_split(std::uint32_t number) {
@@ -41,10 +44,36 @@ void store(RegisterFile& registers, std::uint32_t number, std::uint32_t value) {
     }
 }
 
-// An initialisation stops the feeds; the checksum of the configuration survives it.
-void begin_initialisation(RegisterFile& registers) {
-    store(registers, REG_CORE_START, 0);
-    store(registers, REG_CORE_START + REG_CORE_STRIDE, 0);
+// An initialisation ends what an earlier bring-up has started: the feeds, the snapshot stream, the tables'
+// rest. What stands in the tables and the checksum of the configuration survive it.
+void begin_initialisation(CardMemory& memory) {
+    store(memory.registers, REG_CORE_START, 0);
+    store(memory.registers, REG_CORE_START + REG_CORE_STRIDE, 0);
+    store(memory.registers, REG_INIT_MASK, 0);
+    open_tables(memory);
+}
+
+// Whoever feeds the stream tells by the count that it was opened anew.
+void set_forwarding(CardMemory& memory, std::uint32_t value) {
+    if (value == kForwardingOpen && !is_forwarding(memory.registers)) {
+        memory.forwarding.openings.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+// What the card does about a write before the register holds the value.
+void act_on(CardMemory& memory, std::uint32_t number, std::uint32_t value) {
+    switch (number) {
+        case REG_INIT_TRIGGER:
+            if (value == 1) {
+                begin_initialisation(memory);
+            }
+            break;
+        case REG_INIT_MASK:
+            set_forwarding(memory, value);
+            break;
+        default:
+            break;
+    }
 }
 
 }  // namespace
@@ -56,9 +85,11 @@ void power_up_registers(RegisterFile& registers) {
 }
 
 void write_register(CardMemory& memory, std::uint32_t number, std::uint32_t value) {
-    if (number == REG_INIT_TRIGGER && value == 1) {
-        begin_initialisation(memory.registers);
+    if (is_table_register(number)) {
+        write_table_register(memory, number, value);
+        return;
     }
+    act_on(memory, number, value);
     store(memory.registers, number, value);
 }
 
@@ -73,6 +104,10 @@ void preset_register(RegisterFile& registers, std::uint32_t number, std::uint64_
 
 bool is_core_started(const RegisterFile& registers, EMDQPDataType feed) {
     return registers.written[core_start_register(feed)].load(std::memory_order_relaxed) == 1;
+}
+
+bool is_forwarding(const RegisterFile& registers) {
+    return registers.written[REG_INIT_MASK].load(std::memory_order_relaxed) == kForwardingOpen;
 }
 
 void count_packet(RegisterFile& registers, EMDQPDataType feed) {

@@ -1,8 +1,8 @@
 /**
  * What the card does when one of its registers is written or read.
  *
- * Everything that the simulated card assumes about a register of the real one stands in registers.cpp and
- * nowhere else. The caller holds the card's lock.
+ * Everything that the simulated card assumes about a register of the real one stands in registers.cpp and, for
+ * those of the contract tables, in contract_tables.cpp, and nowhere else. The caller holds the card's lock.
  */
 #ifndef KOVA_SIM_CARD_REGISTERS_H
 #define KOVA_SIM_CARD_REGISTERS_H
@@ -27,6 +27,9 @@ void preset_register(RegisterFile& registers, std::uint32_t number, std::uint64_
 
 /** Whether the core of a feed has been started. */
 [[nodiscard]] bool is_core_started(const RegisterFile& registers, EMDQPDataType feed);
+
+/** Whether the snapshot stream is being forwarded to channel 0. */
+[[nodiscard]] bool is_forwarding(const RegisterFile& registers);
 
 /** Counts one packet of a feed. */
 void count_packet(RegisterFile& registers, EMDQPDataType feed);

@@ -168,6 +168,12 @@ class RingWriter {
         return PushResult::kSent;
     }
 
+    /** Whether a message of this size would not be lost now. It would not where nobody is listening either. */
+    [[nodiscard]] bool has_room(std::size_t size) {
+        return control_->reader.load(std::memory_order_relaxed) == 0 ||
+               has_room_until(position_ + slots_of(size));
+    }
+
     PushResult push(std::span<const std::byte> message) {
         return push(message.size(),
                     [message](std::byte* place) { copy_to_slot(place, message.data(), message.size()); });
