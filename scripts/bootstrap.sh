@@ -7,8 +7,8 @@
 set -euo pipefail
 
 # Everything is named, also what another package would only recommend: nothing comes in by recommendation.
-build=(binutils cmake g++ git jq libcli11-dev libfmt-dev libtomlplusplus-dev ninja-build nlohmann-json3-dev
-  pkg-config)
+build=(binutils cmake g++ git jq libcli11-dev libfmt-dev libpcap-dev libtomlplusplus-dev ninja-build
+  nlohmann-json3-dev pkg-config)
 test=(clang libgmock-dev libgtest-dev)
 lint=(clang clang-format clang-tidy git python3 shellcheck)
 bench=(gnuplot-nox libbenchmark-dev libboost-dev)
