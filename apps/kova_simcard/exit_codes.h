@@ -5,9 +5,9 @@
 namespace kova::app {
 
 inline constexpr int kExitDone = 0;
-/** The card is not there, is on already, or could not be powered. */
+/** The card is not there, is on already, could not be powered, or its program did not do what it was told. */
 inline constexpr int kExitFailed = 1;
-/** The command line or the scenario is wrong. */
+/** The command line, the scenario or the capture is wrong. */
 inline constexpr int kExitRefused = 2;
 
 }  // namespace kova::app

@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include "sim/card/card_memory.h"
 
 namespace kova::app {
@@ -35,6 +38,16 @@ class NamedMemory {
 };
 
 }  // namespace
+
+std::string why_not_on(std::uint32_t card, int error) {
+    if (error == EPROTO) {
+        return "its program has another memory layout: use the kova-simcard of the same version";
+    }
+    if (error != ENODEV) {
+        return std::strerror(error);
+    }
+    return has_leftover(card) ? "it is off; its program was killed and left its memory behind" : "it is off";
+}
 
 bool has_leftover(std::uint32_t card) {
     const NamedMemory memory(card);

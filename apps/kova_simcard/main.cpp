@@ -1,4 +1,4 @@
-/** kova-simcard: powers a simulated card, looks at one, powers it off. */
+/** kova-simcard: powers a simulated card, looks at one, tells its program what to do, powers it off. */
 
 #include <cstdio>
 #include <variant>
@@ -8,6 +8,7 @@
 #include "kova_simcard/options.h"
 #include "kova_simcard/run.h"
 #include "kova_simcard/status.h"
+#include "kova_simcard/tell.h"
 
 namespace {
 
@@ -22,6 +23,9 @@ int perform(const RunOptions& options) {
 }
 int perform(const StatusOptions& options) {
     return show_status(options);
+}
+int perform(const TellOptions& options) {
+    return tell(options);
 }
 int perform(const OffOptions& options) {
     return power_off(options);

@@ -9,6 +9,7 @@
 #include <string>
 #include <variant>
 
+#include "kova_simcard/replay.h"
 #include "sim/card/card.h"
 #include "sim/exchange/pacer.h"
 
@@ -25,6 +26,10 @@ struct RunOptions {
     std::optional<std::chrono::seconds> seconds;
     std::uint32_t slots_log2 = sim::CardOptions{}.slots_log2;
     bool quiet = false;
+    /** Capture that the card forwards. */
+    std::optional<std::filesystem::path> replay;
+    ReplaySpeed replay_speed = 1;
+    bool replay_repeat = false;
 };
 
 struct StatusOptions {
@@ -38,13 +43,21 @@ struct OffOptions {
     std::chrono::seconds patience{10};
 };
 
+struct TellOptions {
+    std::uint32_t card = 0;
+    /** What the program that powers the card is told: words with a blank between them. */
+    std::string command;
+    /** How long to wait for the answer. */
+    std::chrono::seconds patience{10};
+};
+
 /** The command line asks for nothing, or for what there is not: `text` is the answer. */
 struct Answer {
     int exit_code = 0;
     std::string text;
 };
 
-using Command = std::variant<Answer, RunOptions, StatusOptions, OffOptions>;
+using Command = std::variant<Answer, RunOptions, StatusOptions, TellOptions, OffOptions>;
 
 [[nodiscard]] Command parse_command_line(int argument_count, const char* const* arguments);
 

@@ -1,5 +1,6 @@
 #include "kova_simcard/prepare.h"
 
+#include "sim/card/contract_tables.h"
 #include "sim/card/registers.h"
 #include "wire/RegisterMap.h"
 
@@ -25,6 +26,7 @@ void fill_tables(sim::Card& card, const sim::Market& market, const sim::Selectio
 
 void prepare(sim::Card& card, const sim::Market& market, const sim::Selection& selection) {
     fill_tables(card, market, selection);
+    sim::close_tables(card.memory());
     sim::RegisterFile& registers = card.memory().registers;
     sim::preset_register(registers, REG_SHFE_INST_COUNT, market.listing().count(SHFE_2PS));
     sim::preset_register(registers, REG_INE_INST_COUNT, market.listing().count(INE_2PS));

@@ -10,7 +10,8 @@ namespace kova::app {
 
 /**
  * Fills the contract tables of all four feeds with the market's instruments, subscribes the channels to what
- * the scenario selects for them, sets the instrument counts and starts both cores.
+ * the scenario selects for them, closes the tables for software, sets the instrument counts and starts both
+ * cores.
  */
 void prepare(sim::Card& card, const sim::Market& market, const sim::Selection& selection);
 

@@ -6,13 +6,21 @@
 #include <algorithm>
 #include <csignal>
 #include <exception>
+#include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "kova_simcard/clock.h"
+#include "kova_simcard/commands.h"
 #include "kova_simcard/exit_codes.h"
 #include "kova_simcard/prepare.h"
 #include "kova_simcard/progress.h"
+#include "kova_simcard/rate.h"
+#include "kova_simcard/replay.h"
+#include "kova_simcard/run_commands.h"
 #include "kova_simcard/traffic.h"
+#include "sim/capture/capture_file.h"
 #include "sim/exchange/listing.h"
 #include "sim/exchange/market.h"
 #include "sim/exchange/scenario.h"
@@ -66,10 +74,6 @@ void warn_of_unmatched(const RunOptions& options, const sim::Selection& selectio
     }
 }
 
-std::string rate_text(sim::Rate rate) {
-    return rate ? fmt::format("{} quotes/s", *rate) : "quotes as fast as they go";
-}
-
 std::string start_text(const sim::Card& card, const RunOptions& options, const sim::Scenario& scenario,
                        const sim::Listing& listing) {
     return fmt::format(
@@ -96,31 +100,106 @@ ProgressSample sample_of(const sim::Card& card, const Traffic& traffic, std::int
             .channels_open = channels_open(card)};
 }
 
+using FrameSources = std::vector<std::unique_ptr<FrameSource>>;
+
+// What goes on while the card is on.
+struct Operation {
+    sim::Card& card;
+    Traffic& traffic;
+    const FrameSources& frame_sources;
+    const Commands& commands;
+    Progress& progress;
+};
+
+// Sends what is due; when there is more to do.
+std::int64_t step(const Operation& operation, std::int64_t now) {
+    operation.traffic.step(now);
+    std::int64_t next = operation.traffic.next();
+    for (const auto& source : operation.frame_sources) {
+        source->step(now);
+        next = std::min(next, source->next());
+    }
+    return next;
+}
+
+void tell_news(const Operation& operation) {
+    for (const auto& source : operation.frame_sources) {
+        for (const SourceNews& news : source->take_news()) {
+            if (news.is_error) {
+                fmt::print(stderr, "{}\n", news.text);
+            } else {
+                operation.progress.tell(news.text);
+            }
+        }
+    }
+}
+
+void keep_house(const Operation& operation, std::int64_t now) {
+    operation.card.close_streams_of_dead_readers();
+    serve(operation.card.memory().mailbox, operation.commands);
+    tell_news(operation);
+    operation.progress.update(sample_of(operation.card, operation.traffic, now));
+}
+
 // Until the card is to be powered off; who wants that.
-std::string_view keep_on(sim::Card& card, Traffic& traffic, Clock& clock, Progress& progress) {
+std::string_view keep_on(const Operation& operation, Clock& clock) {
     std::int64_t housekeeping = clock.now();
     for (;;) {
         const std::int64_t now = clock.now();
-        traffic.step(now);
         if (now >= housekeeping) {
             housekeeping = now + kHousekeepingInterval;
-            card.close_streams_of_dead_readers();
-            progress.update(sample_of(card, traffic, now));
-            if (card.is_power_off_wanted()) {
+            keep_house(operation, now);
+            if (operation.card.is_power_off_wanted()) {
                 return "as asked";
             }
         }
+        const std::int64_t due = step(operation, now);
         if (stop_signal != 0) {
             return "by a signal";
         }
-        const std::int64_t next = std::min(traffic.next(), housekeeping);
+        const std::int64_t next = std::min(due, housekeeping);
         if (next > now) {
             clock.sleep_until(next);
         }
     }
 }
 
+// Reads the capture whole, so that a damaged one is refused before a card is powered. Null without one.
+std::unique_ptr<sim::CaptureFile> capture_of(const RunOptions& options) {
+    if (!options.replay) {
+        return nullptr;
+    }
+    auto capture = sim::open_capture(*options.replay);
+    const sim::CaptureSummary summary = sim::check(*capture);
+    if (summary.records == 0) {
+        throw sim::CaptureError(
+            fmt::format("{}: nothing of the snapshot stream is in it ({} messages of another kind)",
+                        options.replay->string(), summary.skipped));
+    }
+    return capture;
+}
+
+FrameSources frame_sources_of(const RunOptions& options, sim::Card& card,
+                              std::unique_ptr<sim::CaptureFile> capture) {
+    FrameSources sources;
+    if (capture != nullptr) {
+        sources.push_back(std::make_unique<Replay>(card, std::move(capture),
+                                                   ReplayPlan{.name = options.replay->string(),
+                                                              .speed = options.replay_speed,
+                                                              .repeat = options.replay_repeat}));
+    }
+    return sources;
+}
+
+Commands commands_of(sim::Card& card, Traffic& traffic) {
+    Commands commands;
+    add_rate_command(commands, traffic);
+    add_event_command(commands, card);
+    return commands;
+}
+
 void power(const RunOptions& options, const sim::Scenario& scenario) {
+    std::unique_ptr<sim::CaptureFile> capture = capture_of(options);
     const sim::Listing listing = sim::Listing::make(scenario.listing);
     const sim::Selection selection = sim::select(scenario, listing);
     warn_of_unmatched(options, selection);
@@ -140,7 +219,11 @@ void power(const RunOptions& options, const sim::Scenario& scenario) {
                      .start_delay = scenario.start_delay,
                      .duration = scenario.duration,
                      .open_time = scenario.open_time});
-    const std::string_view reason = keep_on(*card, traffic, clock, progress);
+    const FrameSources frame_sources = frame_sources_of(options, *card, std::move(capture));
+    const Commands commands = commands_of(*card, traffic);
+    const Operation operation{*card, traffic, frame_sources, commands, progress};
+    const std::string_view reason = keep_on(operation, clock);
+    tell_news(operation);
     const ProgressSample last = sample_of(*card, traffic, clock.now());
     card.reset();
     progress.end(last, fmt::format("card {} is off {}", options.card, reason));
@@ -154,6 +237,9 @@ int run(const RunOptions& options) {
         power(options, scenario_of(options));
         return kExitDone;
     } catch (const sim::ScenarioError& error) {
+        fmt::print(stderr, "{}\n", error.what());
+        return kExitRefused;
+    } catch (const sim::CaptureError& error) {
         fmt::print(stderr, "{}\n", error.what());
         return kExitRefused;
     } catch (const std::invalid_argument& error) {

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "kova_simcard/exit_codes.h"
 #include "kova_simcard/leftover.h"
 #include "kova_simcard/status_text.h"
 #include "sim/card/attached_card.h"
+#include "sim/card/contract_tables.h"
 #include "sim/card/registers.h"
 #include "wire/RegisterMap.h"
 
@@ -30,6 +30,10 @@ constexpr std::array kShownRegisters{
     RegisterStatus{"config_crc", REG_CONFIG_CRC},
     RegisterStatus{"shfe_inst_count", REG_SHFE_INST_COUNT},
     RegisterStatus{"ine_inst_count", REG_INE_INST_COUNT},
+    RegisterStatus{"shfe_packet_no_2ps", REG_SHFE_PACKET_NO},
+    RegisterStatus{"shfe_packet_no_4ps", REG_SHFE_PACKET_NO + REG_CORE_STRIDE},
+    RegisterStatus{"ine_packet_no_2ps", REG_INE_PACKET_NO},
+    RegisterStatus{"ine_packet_no_4ps", REG_INE_PACKET_NO + REG_CORE_STRIDE},
     RegisterStatus{"core_start_2ps", REG_CORE_START},
     RegisterStatus{"core_start_4ps", REG_CORE_START + REG_CORE_STRIDE},
     RegisterStatus{"event_pkts", REG_EVENT_PKTS},
@@ -68,17 +72,18 @@ FeedStatus feed_status(sim::CardMemory& memory, EMDQPDataType feed) {
     }
     status.packets = sim::read_register(memory, kPacketRegisters.at(static_cast<std::size_t>(feed)));
     status.is_started = sim::is_core_started(memory.registers, feed);
+    const sim::TablePort& port = memory.table_ports.at(static_cast<std::size_t>(feed));
+    status.is_open = sim::is_table_open(memory, feed);
+    status.refused_writes = port.refused_writes.load(std::memory_order_relaxed);
+    status.outside = port.outside.load(std::memory_order_relaxed);
     return status;
 }
 
-std::string reason_of(int error, std::uint32_t card) {
-    if (error == EPROTO) {
-        return "its program has another memory layout: use the kova-simcard of the same version";
-    }
-    if (error != ENODEV) {
-        return std::strerror(error);
-    }
-    return has_leftover(card) ? "it is off; its program was killed and left its memory behind" : "it is off";
+ForwardingStatus forwarding_status(const sim::CardMemory& memory) {
+    return {.is_open = sim::is_forwarding(memory.registers),
+            .openings = memory.forwarding.openings.load(std::memory_order_relaxed),
+            .forwarded = memory.forwarding.forwarded.load(std::memory_order_relaxed),
+            .withheld = memory.forwarding.withheld.load(std::memory_order_relaxed)};
 }
 
 }  // namespace
@@ -93,6 +98,7 @@ CardStatus collect_status(const sim::CardMapping& card) {
     for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
         status.feeds[feed] = feed_status(memory, static_cast<EMDQPDataType>(feed));
     }
+    status.forwarding = forwarding_status(memory);
     for (RegisterStatus shown : kShownRegisters) {
         shown.value = sim::read_register(memory, shown.number);
         status.registers.push_back(shown);
@@ -108,7 +114,7 @@ CardStatus collect_status(const sim::CardMapping& card) {
 int show_status(const StatusOptions& options) {
     const sim::AttachedCard card = sim::attach(options.card);
     if (card == nullptr) {
-        const std::string reason = reason_of(errno, options.card);
+        const std::string reason = why_not_on(options.card, errno);
         if (options.json) {
             fmt::print("{}\n", status_json_of_no_card(options.card, reason));
         }

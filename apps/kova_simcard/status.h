@@ -38,6 +38,17 @@ struct FeedStatus {
     std::uint32_t subscribed = 0;
     std::uint64_t packets = 0;
     bool is_started = false;
+    bool is_open = true;               // for software
+    std::uint64_t refused_writes = 0;  // while it was closed
+    std::uint64_t outside = 0;         // accesses to words that the table does not have
+};
+
+/** The snapshot stream on its way to channel 0. */
+struct ForwardingStatus {
+    bool is_open = false;
+    std::uint64_t openings = 0;
+    std::uint64_t forwarded = 0;
+    std::uint64_t withheld = 0;  // while it was closed
 };
 
 struct RegisterStatus {
@@ -52,6 +63,7 @@ struct CardStatus {
     std::time_t since = 0;
     sim::TrafficState traffic = sim::TrafficState::kNone;
     std::array<FeedStatus, MDQP_FEED_COUNT> feeds;  // in the order of the feeds
+    ForwardingStatus forwarding;
     std::vector<RegisterStatus> registers;
     std::vector<ChannelStatus> channels;  // all of them
     std::uint64_t lock_recoveries = 0;

@@ -34,14 +34,20 @@ bool has_history(const ChannelStatus& channel) {
 }
 
 void append_feeds(std::string& text, const CardStatus& status) {
-    fmt::format_to(std::back_inserter(text), "\n{:<10}{:>8}{:>8}{:>12}{:>12}  {}\n", "feed", "rows", "filled",
-                   "subscribed", "packets", "core");
+    fmt::format_to(std::back_inserter(text), "\n{:<10}{:>8}{:>8}{:>12}{:>12}  {:<8} {:<7}{:>9}{:>9}\n", "feed",
+                   "rows", "filled", "subscribed", "packets", "core", "table", "refused", "outside");
     for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
         const FeedStatus& line = status.feeds[feed];
-        fmt::format_to(std::back_inserter(text), "{:<10}{:>8}{:>8}{:>12}{:>12}  {}\n", kFeedNames[feed],
-                       line.rows, line.filled, line.subscribed, line.packets,
-                       line.is_started ? "started" : "stopped");
+        fmt::format_to(std::back_inserter(text), "{:<10}{:>8}{:>8}{:>12}{:>12}  {:<8} {:<7}{:>9}{:>9}\n",
+                       kFeedNames[feed], line.rows, line.filled, line.subscribed, line.packets,
+                       line.is_started ? "started" : "stopped", line.is_open ? "open" : "closed",
+                       line.refused_writes, line.outside);
     }
+    const ForwardingStatus& forwarding = status.forwarding;
+    fmt::format_to(std::back_inserter(text),
+                   "\nsnapshot forwarding: {}, opened {} times, {} frames forwarded, {} withheld\n",
+                   forwarding.is_open ? "open" : "closed", forwarding.openings, forwarding.forwarded,
+                   forwarding.withheld);
 }
 
 void append_channels(std::string& text, const CardStatus& status) {
@@ -104,9 +110,18 @@ std::string status_json(const CardStatus& status) {
         const std::string name(kFeedNames[feed]);
         const FeedStatus& line = status.feeds[feed];
         json["packets"][name] = line.packets;
-        json["tables"][name] = {{"rows", line.rows}, {"filled", line.filled}, {"subscribed", line.subscribed}};
+        json["tables"][name] = {{"rows", line.rows},
+                                {"filled", line.filled},
+                                {"subscribed", line.subscribed},
+                                {"open", line.is_open},
+                                {"refused_writes", line.refused_writes},
+                                {"outside", line.outside}};
         json["cores"][name] = line.is_started ? "started" : "stopped";
     }
+    json["forwarding"] = {{"open", status.forwarding.is_open},
+                          {"openings", status.forwarding.openings},
+                          {"forwarded", status.forwarding.forwarded},
+                          {"withheld", status.forwarding.withheld}};
     for (const RegisterStatus& shown : status.registers) {
         json["registers"][std::string(shown.name)] = shown.value;
     }

@@ -69,6 +69,16 @@ void Traffic::step(std::int64_t now) {
     }
 }
 
+void Traffic::set_rate(sim::Rate rate) {
+    plan_.rate = rate;
+    burst_ = burst_of(card_, rate);
+    pacer_ = sim::Pacer(rate, burst_);
+    has_pauses_ = allows_pauses(card_, rate);
+    if (state_ == sim::TrafficState::kRunning) {
+        next_ = start_ + elapsed_;
+    }
+}
+
 void Traffic::send(std::int64_t now) {
     elapsed_ = now - start_;
     market_.advance_to(plan_.open_time +

@@ -47,6 +47,9 @@ class Traffic {
     /** Sends what is due. */
     void step(std::int64_t now);
 
+    /** Goes on at another rate from the next step on, which is due at once. */
+    void set_rate(sim::Rate rate);
+
     /** When the next step has something to do: the time of the last one if at once. Far away behind the end. */
     [[nodiscard]] std::int64_t next() const { return next_; }
 

@@ -237,7 +237,15 @@ Forwarded Card::forward_message(std::span<const std::byte> message) {
 }
 
 bool Card::has_room_for_frame(std::size_t bytes) {
-    return to_host_[kSnapshotChannel].has_room(sizeof(FrameHeader) + bytes);
+    return has_room_for_message(sizeof(FrameHeader) + bytes);
+}
+
+bool Card::has_room_for_message(std::size_t bytes) {
+    return to_host_[kSnapshotChannel].has_room(bytes);
+}
+
+bool Card::has_frame_reader() const {
+    return memory().channels[kSnapshotChannel].card_to_host.reader.load(std::memory_order_relaxed) != 0;
 }
 
 bool Card::is_forwarding() const {

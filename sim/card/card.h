@@ -92,6 +92,9 @@ class Card {
     Forwarded forward_message(std::span<const std::byte> message);
     /** Whether a frame of this many bytes would not be lost now; a sender that waits for this loses none. */
     [[nodiscard]] bool has_room_for_frame(std::size_t bytes);
+    [[nodiscard]] bool has_room_for_message(std::size_t bytes);
+    /** Whether somebody reads the channel that frames go to. */
+    [[nodiscard]] bool has_frame_reader() const;
     /** Whether the host has forwarding open, and how often it has opened it. */
     [[nodiscard]] bool is_forwarding() const;
     [[nodiscard]] std::uint64_t forwarding_openings() const;

@@ -63,6 +63,12 @@ bool try_lock_byte(int file, std::uint64_t byte) {
     return fcntl(file, F_OFD_SETLK, &lock) == 0;
 }
 
+void unlock_byte(int file, std::uint64_t byte) {
+    struct flock lock = byte_lock(byte);
+    lock.l_type = F_UNLCK;
+    fcntl(file, F_OFD_SETLK, &lock);
+}
+
 bool is_byte_locked(int file, std::uint64_t byte) {
     struct flock lock = byte_lock(byte);
     return fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;

@@ -148,6 +148,8 @@ inline constexpr std::uint64_t kTellerLockByte = 1;
 
 /** Takes the lock of one byte for this open file; false when another open file has it. */
 [[nodiscard]] bool try_lock_byte(int file, std::uint64_t byte);
+/** Gives it back. */
+void unlock_byte(int file, std::uint64_t byte);
 /** Whether any open file but this one holds the lock of the byte. */
 [[nodiscard]] bool is_byte_locked(int file, std::uint64_t byte);
 

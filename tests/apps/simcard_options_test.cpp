@@ -35,6 +35,8 @@ TEST(SimcardOptions, RunWithoutOptionsLeavesEverythingToTheScenario) {
     EXPECT_FALSE(run.seconds.has_value());
     EXPECT_EQ(run.slots_log2, 14U);
     EXPECT_FALSE(run.quiet);
+    EXPECT_FALSE(run.replay.has_value());
+    EXPECT_FALSE(run.replay_repeat);
 }
 
 TEST(SimcardOptions, RunTakesEveryOption) {
@@ -66,6 +68,49 @@ TEST(SimcardOptions, RateThatIsNoRateIsRefused) {
     EXPECT_EQ(exit_code({"run", "--rate", "10x"}), 2);
     EXPECT_EQ(exit_code({"run", "--rate", "1000000001"}), 2);
     EXPECT_EQ(exit_code({"run", "--rate", "1000000000"}), -1);
+}
+
+TEST(SimcardOptions, ReplayIsAtRecordedSpeedAndOnceIfNothingElseIsSaid) {
+    const RunOptions run = parse_run({"run", "--replay", "a.pcap"});
+    EXPECT_EQ(run.replay, std::filesystem::path("a.pcap"));
+    EXPECT_EQ(run.replay_speed, ReplaySpeed(1));
+    EXPECT_FALSE(run.replay_repeat);
+}
+
+TEST(SimcardOptions, ReplayTakesASpeedAndRepeats) {
+    const RunOptions run = parse_run({"run", "--replay", "a.bin", "--replay-speed", "2.5", "--replay-repeat"});
+    EXPECT_EQ(run.replay_speed, ReplaySpeed(2.5));
+    EXPECT_TRUE(run.replay_repeat);
+    EXPECT_FALSE(parse_run({"run", "--replay", "a.bin", "--replay-speed", "max"}).replay_speed.has_value());
+}
+
+TEST(SimcardOptions, ReplaySpeedThatIsNoneIsRefused) {
+    for (const char* speed : {"0", "-1", "fast", "1x", "", "nan", "inf", "0.0001", "1000001", "1e3"}) {
+        EXPECT_EQ(exit_code({"run", "--replay", "a.bin", "--replay-speed", speed}), 2) << speed;
+    }
+    EXPECT_EQ(exit_code({"run", "--replay", "a.bin", "--replay-speed", "1000000"}), -1);
+}
+
+TEST(SimcardOptions, ReplayOptionsWithoutACaptureAreRefused) {
+    EXPECT_EQ(exit_code({"run", "--replay-speed", "2"}), 2);
+    EXPECT_EQ(exit_code({"run", "--replay-repeat"}), 2);
+}
+
+TEST(SimcardOptions, TellTakesWordsForAProgram) {
+    const Command command = parse({"tell", "--card", "3", "--wait", "2", "event", "1", "0x2"});
+    ASSERT_TRUE(std::holds_alternative<TellOptions>(command));
+    const TellOptions& tell = std::get<TellOptions>(command);
+    EXPECT_EQ(tell.card, 3U);
+    EXPECT_EQ(tell.command, "event 1 0x2");
+    EXPECT_EQ(tell.patience, std::chrono::seconds(2));
+    EXPECT_EQ(std::get<TellOptions>(parse({"tell", "help"})).patience, std::chrono::seconds(10));
+}
+
+TEST(SimcardOptions, TellRefusesWhatIsNoLine) {
+    EXPECT_EQ(exit_code({"tell"}), 2);
+    EXPECT_EQ(exit_code({"tell", "rate\n5"}), 2);
+    EXPECT_EQ(exit_code({"tell", std::string(1025, 'x').c_str()}), 2);
+    EXPECT_EQ(exit_code({"tell", std::string(1024, 'x').c_str()}), -1);
 }
 
 TEST(SimcardOptions, StatusAndOffNameTheirCard) {

@@ -44,8 +44,10 @@ CardStatus example() {
     status.process = 4711;
     status.since = 1'753'000'000;
     status.traffic = sim::TrafficState::kRunning;
-    status.feeds = {FeedStatus{16384, 12, 7, 900, true}, FeedStatus{16384, 12, 7, 0, true},
-                    FeedStatus{4096, 3, 1, 80, false}, FeedStatus{4096, 0, 0, 0, false}};
+    status.feeds = {FeedStatus{16384, 12, 7, 900, true, false, 3, 0},
+                    FeedStatus{16384, 12, 7, 0, true, false, 0, 0},
+                    FeedStatus{4096, 3, 1, 80, false, true, 0, 21}, FeedStatus{4096, 0, 0, 0, false}};
+    status.forwarding = {.is_open = true, .openings = 2, .forwarded = 5000, .withheld = 70};
     status.registers = {{"build_version", 4, 0x10121}};
     status.channels = {{.channel = 0},
                        {.channel = 1,
@@ -147,6 +149,57 @@ TEST(SimcardStatus, RegistersAndPacketsAreWhatTheHostWouldRead) {
     EXPECT_EQ(count->value, 321U);
 }
 
+TEST(SimcardStatus, TablesTellWhetherTheyAreOpenAndWhatTheyRefused) {
+    CardUnderTest test;
+    sim::CardMemory& memory = test.card.memory();
+    for (const FeedStatus& feed : test.status().feeds) {
+        EXPECT_TRUE(feed.is_open);
+        EXPECT_EQ(feed.refused_writes + feed.outside, 0U);
+    }
+    sim::write_register(memory, 0x11004, 4096 * 64);  // outside
+    sim::write_register(memory, 0x11005, 1);
+    sim::write_register(memory, 0x11004, 0xFFFFFFFF);  // closes INE 2PS
+    sim::write_register(memory, 0x11004, 0);
+    sim::write_register(memory, 0x11004, 1);
+    const CardStatus status = test.status();
+    EXPECT_FALSE(status.feeds[INE_2PS].is_open);
+    EXPECT_EQ(status.feeds[INE_2PS].refused_writes, 2U);
+    EXPECT_EQ(status.feeds[INE_2PS].outside, 1U);
+    EXPECT_TRUE(status.feeds[INE_4PS].is_open);
+}
+
+TEST(SimcardStatus, ForwardingTellsWhatCameThrough) {
+    CardUnderTest test;
+    const auto reader = test.open(0);
+    const std::vector<std::byte> frame(60);
+    test.card.forward_frame(frame);
+    sim::write_register(test.card.memory(), 0x1000, 0xF);
+    test.card.forward_frame(frame);
+    test.card.forward_frame(frame);
+    const ForwardingStatus status = test.status().forwarding;
+    EXPECT_TRUE(status.is_open);
+    EXPECT_EQ(status.openings, 1U);
+    EXPECT_EQ(status.forwarded, 2U);
+    EXPECT_EQ(status.withheld, 1U);
+}
+
+TEST(SimcardStatus, PacketNumbersOfTheSnapshotAreShown) {
+    CardUnderTest test;
+    sim::write_register(test.card.memory(), 0x11110, 11);
+    sim::write_register(test.card.memory(), 0x21110, 12);
+    sim::write_register(test.card.memory(), 0x11111, 21);
+    sim::write_register(test.card.memory(), 0x21111, 22);
+    const CardStatus status = test.status();
+    const auto value_of = [&status](const char* name) {
+        const auto found = std::ranges::find(status.registers, name, &RegisterStatus::name);
+        return found == status.registers.end() ? 0 : found->value;
+    };
+    EXPECT_EQ(value_of("shfe_packet_no_2ps"), 11U);
+    EXPECT_EQ(value_of("shfe_packet_no_4ps"), 12U);
+    EXPECT_EQ(value_of("ine_packet_no_2ps"), 21U);
+    EXPECT_EQ(value_of("ine_packet_no_4ps"), 22U);
+}
+
 TEST(SimcardStatus, LookingChangesNothing) {
     CardUnderTest test;
     const auto reader = test.open(1);
@@ -170,7 +223,12 @@ TEST(SimcardStatusText, JsonHasEveryValueUnderItsName) {
     EXPECT_EQ(json.at("packets"),
               nlohmann::json::parse(R"({"shfe_2ps": 900, "shfe_4ps": 0, "ine_2ps": 80, "ine_4ps": 0})"));
     EXPECT_EQ(json.at("tables").at("ine_2ps"),
-              nlohmann::json::parse(R"({"rows": 4096, "filled": 3, "subscribed": 1})"));
+              nlohmann::json::parse(R"({"rows": 4096, "filled": 3, "subscribed": 1, "open": true,
+        "refused_writes": 0, "outside": 21})"));
+    EXPECT_EQ(json.at("tables").at("shfe_2ps").at("open"), false);
+    EXPECT_EQ(json.at("tables").at("shfe_2ps").at("refused_writes"), 3);
+    EXPECT_EQ(json.at("forwarding"),
+              nlohmann::json::parse(R"({"open": true, "openings": 2, "forwarded": 5000, "withheld": 70})"));
     EXPECT_EQ(json.at("cores").at("shfe_4ps"), "started");
     EXPECT_EQ(json.at("cores").at("ine_4ps"), "stopped");
     EXPECT_EQ(json.at("registers").at("build_version"), 65825);
@@ -190,11 +248,13 @@ TEST(SimcardStatusText, TableShowsChannelsWithAHistory) {
     EXPECT_EQ(status_text(example()),
               "card 5: on, pid 4711, since 2025-07-20 08:26:40, traffic running\n"
               "\n"
-              "feed          rows  filled  subscribed     packets  core\n"
-              "shfe_2ps     16384      12           7         900  started\n"
-              "shfe_4ps     16384      12           7           0  started\n"
-              "ine_2ps       4096       3           1          80  stopped\n"
-              "ine_4ps       4096       0           0           0  stopped\n"
+              "feed          rows  filled  subscribed     packets  core     table    refused  outside\n"
+              "shfe_2ps     16384      12           7         900  started  closed         3        0\n"
+              "shfe_4ps     16384      12           7           0  started  closed         0        0\n"
+              "ine_2ps       4096       3           1          80  stopped  open           0       21\n"
+              "ine_4ps       4096       0           0           0  stopped  open           0        0\n"
+              "\n"
+              "snapshot forwarding: open, opened 2 times, 5000 frames forwarded, 70 withheld\n"
               "\n"
               "channel    reader        sent       taken  waiting      lost abandoned     unheard\n"
               "1              99         100          60       10         5        30           6\n"

@@ -8,6 +8,7 @@
 
 #include "kova_simcard/prepare.h"
 #include "sim/card/attached_card.h"
+#include "sim/card/contract_tables.h"
 #include "sim/card/registers.h"
 #include "sim/exchange/scenario.h"
 #include "wire/RegisterMap.h"
@@ -240,6 +241,37 @@ TEST_F(SimcardTraffic, UnlimitedRateWaitsForNobodyWhoStandsStill) {
     EXPECT_GT(one.totals().lost, 100'000U);
 }
 
+TEST_F(SimcardTraffic, NewRateHoldsAtOnce) {
+    Traffic one = traffic({.rate = 1});
+    one.step(kStart);
+    ASSERT_EQ(one.next(), kStart + kSecond);
+    one.set_rate(1000);
+    EXPECT_LE(one.next(), kStart);
+    const std::uint64_t quotes = one.totals().quotes;
+    for (std::int64_t now = kStart + kMillisecond; now <= kStart + kSecond; now = one.next()) {
+        one.step(now);
+    }
+    EXPECT_EQ(one.totals().quotes - quotes, 1000U);
+}
+
+TEST_F(SimcardTraffic, NewRateDoesNotEndTheDelayBeforeTheStart) {
+    Traffic one = traffic({.rate = 1, .start_delay = seconds(1)});
+    one.step(kStart);
+    one.set_rate(1000);
+    EXPECT_EQ(one.next(), kStart + kSecond);
+    one.step(kStart + kMillisecond);
+    EXPECT_EQ(one.totals().quotes, 0U);
+}
+
+TEST_F(SimcardTraffic, NewRateMayBeUnlimited) {
+    Traffic one = traffic({.rate = 1});
+    one.step(kStart);
+    one.set_rate(std::nullopt);
+    one.step(kStart + 1);
+    EXPECT_GT(one.totals().quotes, 100U);
+    EXPECT_EQ(one.next(), kStart + 1);
+}
+
 TEST_F(SimcardTraffic, PreparedCardLooksAsAfterABringUp) {
     prepare(card_, market_, selection_);
     sim::CardMemory& memory = card_.memory();
@@ -247,6 +279,7 @@ TEST_F(SimcardTraffic, PreparedCardLooksAsAfterABringUp) {
     EXPECT_EQ(sim::read_register(memory, REG_INE_INST_COUNT), 10U);
     for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS, INE_2PS, INE_4PS}) {
         EXPECT_TRUE(sim::is_core_started(memory.registers, feed));
+        EXPECT_FALSE(sim::is_table_open(memory, feed));
     }
     for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS}) {
         EXPECT_NE(sim::table_rows(memory.tables, feed)[59].inst_id[0], '\0');
