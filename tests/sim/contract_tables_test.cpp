@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "sim/card/card.h"
@@ -20,6 +21,8 @@ struct TableRegisters {
     std::uint32_t read_address;
     std::uint32_t read_data;
     std::uint32_t last_word;
+
+    friend void PrintTo(const TableRegisters& table, std::ostream* out) { *out << table.name; }
 };
 
 constexpr TableRegisters kShfe2ps{"shfe_2ps", SHFE_2PS, 0x11000, 0x11001, 0x11002, 0x11003, 1'048'575};
