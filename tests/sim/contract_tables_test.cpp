@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include "sim/card/card.h"
 #include "sim/card/registers.h"
@@ -206,6 +208,28 @@ TEST_F(ContractTables, SubscriptionByRegistersDirectsQuotes) {
     EXPECT_EQ(card.route_quote(SHFE_2PS, quote).unheard, 0U);
     write_word(kShfe2ps, 9 * 64, 0x80000028);  // channels 3 and 5, which nobody reads
     EXPECT_EQ(card.route_quote(SHFE_2PS, quote).unheard, 2U);
+}
+
+// A row's channels change while quotes of it are on their way: each goes by the old or by the new ones.
+TEST_F(ContractTables, ThreadThatSubscribesNeverShowsHalfAWord) {
+    write(0x11120, 1);
+    write_word(kShfe2ps, 9 * 64, 0x80000028);
+    std::atomic<bool> is_done{false};
+    std::thread subscriber([&] {
+        for (int i = 0; i < 20'000; ++i) {
+            const CardLockScope scope(card.memory().lock);
+            write_word(kShfe2ps, 9 * 64, i % 2 == 0 ? 0x80000050 : 0x80000028);
+        }
+        is_done = true;
+    });
+    KovaShfeMdType quote{};
+    quote.inst_no = 9;
+    std::uint32_t wrong = 0;
+    while (!is_done) {
+        wrong += card.route_quote(SHFE_2PS, quote).unheard == 2 ? 0U : 1U;
+    }
+    subscriber.join();
+    EXPECT_EQ(wrong, 0U);
 }
 
 }  // namespace
