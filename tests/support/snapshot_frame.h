@@ -15,33 +15,33 @@
 
 namespace kova::test {
 
-using Bytes = std::basic_string<std::uint8_t>;
+using ByteString = std::basic_string<std::uint8_t>;
 
-inline void put_big16(Bytes& out, std::uint32_t value) {
+inline void put_big16(ByteString& out, std::uint32_t value) {
     out.push_back(static_cast<std::uint8_t>(value >> 8));
     out.push_back(static_cast<std::uint8_t>(value));
 }
 
-inline void put_big32(Bytes& out, std::uint32_t value) {
+inline void put_big32(ByteString& out, std::uint32_t value) {
     put_big16(out, value >> 16);
     put_big16(out, value);
 }
 
-inline void put_little16(Bytes& out, std::uint32_t value) {
+inline void put_little16(ByteString& out, std::uint32_t value) {
     out.push_back(static_cast<std::uint8_t>(value));
     out.push_back(static_cast<std::uint8_t>(value >> 8));
 }
 
 /** A message with this body. */
-inline Bytes snapshot_message(std::uint8_t flag, const Bytes& body) {
-    Bytes message = {flag, 0x32};
+inline ByteString snapshot_message(std::uint8_t flag, const ByteString& body) {
+    ByteString message = {flag, 0x32};
     put_little16(message, static_cast<std::uint32_t>(body.size()));
     message.append(4, 0);
     return message + body;
 }
 
 /** Sum of big-endian 16-bit words; an odd last byte is the high one. */
-inline std::uint32_t sum_of_words(const Bytes& bytes) {
+inline std::uint32_t sum_of_words(const ByteString& bytes) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         sum += i % 2 == 0 ? std::uint32_t{bytes[i]} << 8U : bytes[i];
@@ -49,7 +49,7 @@ inline std::uint32_t sum_of_words(const Bytes& bytes) {
     return sum;
 }
 
-inline std::uint16_t internet_checksum(const Bytes& bytes) {
+inline std::uint16_t internet_checksum(const ByteString& bytes) {
     std::uint32_t sum = sum_of_words(bytes);
     while (sum > 0xFFFF) {
         sum = (sum & 0xFFFF) + (sum >> 16);
@@ -63,15 +63,15 @@ constexpr std::uint8_t kTcpAck = 0x10;
 /** One segment; what is not said is as in an ordinary one. */
 struct Segment {
     std::uint32_t seq = 0;
-    Bytes payload{};
+    ByteString payload{};
     std::uint32_t src_host = 0x0A010203;  // 10.1.2.3
     std::uint32_t dst_host = 0x0A010204;
     std::uint16_t src_port = 40000;
     std::uint16_t dst_port = 33022;
     std::uint8_t flags = kTcpAck;
     std::uint8_t protocol = 6;
-    Bytes ip_options{};   // whole words
-    Bytes tcp_options{};  // whole words
+    ByteString ip_options{};   // whole words
+    ByteString tcp_options{};  // whole words
     std::size_t padding = 0;
     std::uint8_t padding_byte = 0;
     std::optional<std::uint16_t> ip_length{};     // instead of the right one
@@ -81,12 +81,12 @@ struct Segment {
 };
 
 /** The Ethernet frame of a segment. */
-inline Bytes ethernet_frame(const Segment& segment) {
+inline ByteString ethernet_frame(const Segment& segment) {
     const auto ip_size = static_cast<std::uint32_t>(20 + segment.ip_options.size());
     const auto tcp_size = static_cast<std::uint32_t>(20 + segment.tcp_options.size());
     const auto tcp_length = static_cast<std::uint32_t>(tcp_size + segment.payload.size());
 
-    Bytes tcp;
+    ByteString tcp;
     put_big16(tcp, segment.src_port);
     put_big16(tcp, segment.dst_port);
     put_big32(tcp, segment.seq);
@@ -98,7 +98,7 @@ inline Bytes ethernet_frame(const Segment& segment) {
     put_big16(tcp, 0);
     tcp += segment.tcp_options + segment.payload;
 
-    Bytes pseudo;
+    ByteString pseudo;
     put_big32(pseudo, segment.src_host);
     put_big32(pseudo, segment.dst_host);
     put_big16(pseudo, segment.protocol);
@@ -107,7 +107,7 @@ inline Bytes ethernet_frame(const Segment& segment) {
     tcp[16] = static_cast<std::uint8_t>(checksum >> 8);
     tcp[17] = static_cast<std::uint8_t>(checksum);
 
-    Bytes frame = {0x02, 0, 0, 0, 0, 1, 0x02, 0, 0, 0, 0, 2, 0x08, 0x00};
+    ByteString frame = {0x02, 0, 0, 0, 0, 1, 0x02, 0, 0, 0, 0, 2, 0x08, 0x00};
     frame.push_back(static_cast<std::uint8_t>(0x40U | segment.ip_words.value_or(ip_size / 4)));
     frame.push_back(0);
     put_big16(frame, segment.ip_length.value_or(static_cast<std::uint16_t>(ip_size + tcp_length)));
@@ -117,18 +117,18 @@ inline Bytes ethernet_frame(const Segment& segment) {
     put_big16(frame, 0);  // nobody checks the IP header's own sum
     put_big32(frame, segment.src_host);
     put_big32(frame, segment.dst_host);
-    return frame + segment.ip_options + tcp + Bytes(segment.padding, segment.padding_byte);
+    return frame + segment.ip_options + tcp + ByteString(segment.padding, segment.padding_byte);
 }
 
 /** The DMA message that carries a frame. */
-inline Bytes dma_tcp_message(const Bytes& frame) {
-    Bytes message = {2, 0, 0, 0};
+inline ByteString dma_tcp_message(const ByteString& frame) {
+    ByteString message = {2, 0, 0, 0};
     put_little16(message, static_cast<std::uint32_t>(frame.size()));
     message.append(6, 0);
     return message + frame;
 }
 
-inline Bytes dma_tcp_message(const Segment& segment) {
+inline ByteString dma_tcp_message(const Segment& segment) {
     return dma_tcp_message(ethernet_frame(segment));
 }
 

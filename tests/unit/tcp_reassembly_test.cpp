@@ -19,12 +19,12 @@
 
 namespace {
 
-using kova::test::Bytes;
+using kova::test::ByteString;
 using kova::test::ethernet_frame;
 using kova::test::Segment;
 using kova::test::snapshot_message;
 
-using Messages = std::vector<Bytes>;
+using Messages = std::vector<ByteString>;
 
 constexpr std::uint32_t kFirstSeq = 1000;
 
@@ -41,11 +41,11 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     bool take(const Segment& segment) { return take_frame(ethernet_frame(segment)); }
-    bool take(std::uint32_t offset, const Bytes& payload) {
+    bool take(std::uint32_t offset, const ByteString& payload) {
         return take(Segment{.seq = kFirstSeq + offset, .payload = payload});
     }
-    bool take_frame(const Bytes& frame) {
-        Bytes room = frame;
+    bool take_frame(const ByteString& frame) {
+        ByteString room = frame;
         room.resize(std::max<std::size_t>(frame.size(), MIN_FRAME_ROOM));
         const STcpSegment read = ReadTcpSegment(room.data(), room.size());
         EXPECT_TRUE(read.isSound);
@@ -64,8 +64,8 @@ class Session {
 };
 
 /** A message of this flag and total size, its body filled with one byte. */
-Bytes message(std::uint8_t flag, std::size_t size, std::uint8_t fill) {
-    return snapshot_message(flag, Bytes(size - 8, fill));
+ByteString message(std::uint8_t flag, std::size_t size, std::uint8_t fill) {
+    return snapshot_message(flag, ByteString(size - 8, fill));
 }
 
 class TcpReassembly : public ::testing::Test {
@@ -88,7 +88,7 @@ class TcpReassembly : public ::testing::Test {
 // Splits.
 
 TEST_F(TcpReassembly, AMessageOverThreeSegmentsIsHandedOverOnceAfterTheThird) {
-    const Bytes whole = message(0x11, 60, 7);
+    const ByteString whole = message(0x11, 60, 7);
     Session session;
     session.take(0, whole.substr(0, 20));
     session.take(20, whole.substr(20, 20));
@@ -112,10 +112,10 @@ class SplitOffset : public TcpReassembly, public ::testing::WithParamInterface<s
 
 // Three messages of 20, 30 and 25 bytes, the bodies zero, in two segments.
 TEST_P(SplitOffset, OfThreeMessagesEndsAsItMust) {
-    const Bytes first = message(0x11, 20, 0);
-    const Bytes second = message(0x11, 30, 0);
-    const Bytes third = message(0x01, 25, 0);
-    const Bytes stream = first + second + third;
+    const ByteString first = message(0x11, 20, 0);
+    const ByteString second = message(0x11, 30, 0);
+    const ByteString third = message(0x01, 25, 0);
+    const ByteString stream = first + second + third;
     const std::size_t offset = GetParam();
 
     Messages expected = {first, second, third};
@@ -124,10 +124,10 @@ TEST_P(SplitOffset, OfThreeMessagesEndsAsItMust) {
     } else if (offset >= 23 && offset <= 27) {
         // The first message's length stands where the second's should: the second is cut to 20 bytes, its next
         // 8 zeros are a message, and the next header says 0x3201 bytes.
-        Bytes cut = first;
-        expected = {first, cut, Bytes(8, 0)};
+        ByteString cut = first;
+        expected = {first, cut, ByteString(8, 0)};
     } else if (offset == 51 || offset == 52) {
-        Bytes disguised = third;
+        ByteString disguised = third;
         disguised[0] = 0x11;  // the flag of the message before
         expected = {first, second, disguised};
     } else if (offset >= 53 && offset <= 57) {
@@ -144,8 +144,8 @@ TEST_P(SplitOffset, OfThreeMessagesEndsAsItMust) {
 INSTANTIATE_TEST_SUITE_P(Every, SplitOffset, ::testing::Range<std::size_t>(1, 75));
 
 TEST_F(TcpReassembly, InAFragmentAShortTailIsKeptAsItIs) {
-    const Bytes first = message(0x11, 40, 1);
-    const Bytes second = message(0x01, 50, 2);
+    const ByteString first = message(0x11, 40, 1);
+    const ByteString second = message(0x01, 50, 2);
     for (std::uint32_t tail = 1; tail < 8; ++tail) {
         Session session;
         session.take(0, first.substr(0, 10));
@@ -159,16 +159,16 @@ TEST_F(TcpReassembly, InAFragmentAShortTailIsKeptAsItIs) {
 TEST_F(TcpReassembly, WhatStartsWithNoMessageIsDropped) {
     Session session;
     session.take(0, message(0x00, 20, 1));
-    session.take(20, Bytes{0x11, 0x31, 12, 0, 0, 0, 0, 0});
-    session.take(28, Bytes{});
+    session.take(20, ByteString{0x11, 0x31, 12, 0, 0, 0, 0, 0});
+    session.take(28, ByteString{});
     EXPECT_TRUE(session.messages.empty());
     EXPECT_EQ(session.session.frag_flag, 0);
     EXPECT_EQ(session.session.next_expt_seq, kFirstSeq + 28);
 }
 
 TEST_F(TcpReassembly, AFragmentWithoutAMessagesHeaderGrowsAndYieldsNothing) {
-    const Bytes first = message(0x11, 20, 1);
-    const Bytes odd = message(0x00, 40, 2);
+    const ByteString first = message(0x11, 20, 1);
+    const ByteString odd = message(0x00, 40, 2);
     Session session;
     session.take(0, first + odd.substr(0, 10));
     session.take(30, odd.substr(10) + first);
@@ -180,27 +180,27 @@ TEST_F(TcpReassembly, AFragmentWithoutAMessagesHeaderGrowsAndYieldsNothing) {
 // Long messages.
 
 /** Takes a message in segments of 1000 bytes. */
-void take_long(Session& session, const Bytes& whole) {
+void take_long(Session& session, const ByteString& whole) {
     for (std::size_t i = 0; i < whole.size(); i += 1000) {
         session.take(static_cast<std::uint32_t>(i), whole.substr(i, 1000));
     }
 }
 
 TEST_F(TcpReassembly, AMessageOf60000BytesIsHandedOver) {
-    const Bytes whole = message(0x11, 60000, 5);
+    const ByteString whole = message(0x11, 60000, 5);
     Session session;
     take_long(session, whole);
     EXPECT_EQ(session.messages, Messages{whole});
 }
 
 TEST_F(TcpReassembly, AFragmentOf64KiBGivesTheSessionUp) {
-    const Bytes whole = message(0x11, 65536, 5);
+    const ByteString whole = message(0x11, 65536, 5);
     Session session;
     const auto lines = logged([&] {
         take_long(session, whole.substr(0, 65535));
         EXPECT_EQ(session.session.frag_buf_offset, 65535U);
-        session.take(70000, Bytes(10, 1));
-        session.take(71000, Bytes(10, 1));
+        session.take(70000, ByteString(10, 1));
+        session.take(71000, ByteString(10, 1));
         session.take(65535, whole.substr(65535));
     });
     EXPECT_EQ(lines, std::vector<std::string>{"ignore tcp message!"});
@@ -222,14 +222,14 @@ TEST_F(TcpReassembly, InAReplayAFragmentMayGrowTo100000BytesAndNotFurther) {
         session.session.frag_buf[0] = 0x02;
         // One byte is missing; behind it wait 34 frames of 1000 bytes and one that fills the buffer, or more.
         for (std::uint32_t i = 0; i < 34; ++i) {
-            session.take(65536 + i * 1000, Bytes(1000, 0));
+            session.take(65536 + i * 1000, ByteString(1000, 0));
         }
-        session.take(65536 + 34000, Bytes(is_too_long ? 465 : 464, 0));
+        session.take(65536 + 34000, ByteString(is_too_long ? 465 : 464, 0));
         // The byte would end it all if it came live; an early frame lets it come in the replay.
         session.session.next_expt_seq = kFirstSeq + 65534;
-        session.take(65535, Bytes(1, 0));
+        session.take(65535, ByteString(1, 0));
         session.session.next_expt_seq = kFirstSeq + 65535;
-        session.take(65535, Bytes{});
+        session.take(65535, ByteString{});
         EXPECT_EQ(session.session.init, is_too_long ? 0 : 1);
         EXPECT_EQ(session.session.frag_buf_offset, is_too_long ? 0U : 100000U);
         EXPECT_EQ(session.session.frag_buf == nullptr, is_too_long);
@@ -257,7 +257,7 @@ class SegmentCount : public TcpReassembly, public ::testing::WithParamInterface<
 TEST_P(SegmentCount, InEveryOrderYieldsEveryMessageOnce) {
     const Messages all = {message(0x11, 50, 1), message(0x11, 33, 2), message(0x11, 61, 3),
                           message(0x11, 40, 4), message(0x11, 90, 5), message(0x01, 26, 6)};
-    const Bytes stream = std::accumulate(all.begin(), all.end(), Bytes{});
+    const ByteString stream = std::accumulate(all.begin(), all.end(), ByteString{});
     ASSERT_EQ(stream.size(), 300U);
     // The first 20 bytes are there; the rest is cut into as many segments as asked for.
     const std::vector<std::vector<std::size_t>> cuts = {{},
@@ -289,9 +289,9 @@ INSTANTIATE_TEST_SUITE_P(UpToSix, SegmentCount, ::testing::Range<std::size_t>(1,
 
 // Segments that each are a message: what waited early is refused unless it ends the snapshot.
 TEST_F(TcpReassembly, AnEarlySegmentThatStartsAMessageIsLost) {
-    const Bytes a = message(0x11, 20, 1);
-    const Bytes b = message(0x11, 20, 2);
-    const Bytes c = message(0x11, 20, 3);
+    const ByteString a = message(0x11, 20, 1);
+    const ByteString b = message(0x11, 20, 2);
+    const ByteString c = message(0x11, 20, 3);
     const auto in_order = [&](std::vector<int> order) {
         const Messages all = {a, b, c};
         Session session;
@@ -309,8 +309,8 @@ TEST_F(TcpReassembly, AnEarlySegmentThatStartsAMessageIsLost) {
 }
 
 TEST_F(TcpReassembly, AnEarlySegmentWithTheLastMessageIsNotLost) {
-    const Bytes a = message(0x11, 20, 1);
-    const Bytes last = message(0x01, 20, 2);
+    const ByteString a = message(0x11, 20, 1);
+    const ByteString last = message(0x01, 20, 2);
     Session session;
     session.take(20, last);
     session.take(0, a);
@@ -336,18 +336,18 @@ TEST_F(TcpReassembly, ARefusedEarlySegmentEndsTheReplayAndLeavesWhatFollowsWaiti
 
 TEST_F(TcpReassembly, InAReplayAShortTailIsTakenFromTheMessageBeforeIt) {
     // The early segment completes a fragment and ends 4 bytes into the next message.
-    const Bytes first = message(0x11, 30, 1);
-    const Bytes second = message(0x01, 40, 0);
+    const ByteString first = message(0x11, 30, 1);
+    const ByteString second = message(0x01, 40, 0);
     Session session;
     session.take(20, first.substr(20) + second.substr(0, 4));
     session.take(0, first.substr(0, 20));
     EXPECT_EQ(session.messages, Messages{first});
     EXPECT_EQ(session.session.frag_buf_offset, 4U);
-    EXPECT_EQ(Bytes(session.session.frag_buf, 4), first.substr(0, 4));
+    EXPECT_EQ(ByteString(session.session.frag_buf, 4), first.substr(0, 4));
 }
 
 TEST_F(TcpReassembly, WaitingForMoreInsideAReplayGoesOnWithTheNextFrame) {
-    const Bytes whole = message(0x01, 100, 9);
+    const ByteString whole = message(0x01, 100, 9);
     Session session;
     session.take(50, whole.substr(50, 25));
     session.take(75, whole.substr(75));
@@ -358,7 +358,7 @@ TEST_F(TcpReassembly, WaitingForMoreInsideAReplayGoesOnWithTheNextFrame) {
 }
 
 TEST_F(TcpReassembly, TheReplayStopsAtTheNextGap) {
-    const Bytes whole = message(0x01, 100, 9);
+    const ByteString whole = message(0x01, 100, 9);
     Session session;
     session.take(25, whole.substr(25, 25));
     session.take(75, whole.substr(75));
@@ -372,7 +372,7 @@ TEST_F(TcpReassembly, TheReplayStopsAtTheNextGap) {
 }
 
 TEST_F(TcpReassembly, AnEarlyFrameThatWasRetransmittedMeanwhileIsSkipped) {
-    const Bytes whole = message(0x01, 100, 9);
+    const ByteString whole = message(0x01, 100, 9);
     Session session;
     session.take(40, whole.substr(40, 20));
     session.take(0, whole.substr(0, 80));  // covers it
@@ -383,7 +383,7 @@ TEST_F(TcpReassembly, AnEarlyFrameThatWasRetransmittedMeanwhileIsSkipped) {
 }
 
 TEST_F(TcpReassembly, AfterAReplayAnotherGapStartsAFreshList) {
-    const Bytes whole = message(0x01, 100, 9);
+    const ByteString whole = message(0x01, 100, 9);
     Session session;
     session.take(20, whole.substr(20, 20));
     session.take(0, whole.substr(0, 20));
@@ -416,7 +416,7 @@ using Offsets = std::vector<std::uint32_t>;
 TEST_F(TcpReassembly, EarlyFramesStandInTheOrderOfTheirSequenceNumbers) {
     Session session;
     for (const std::uint32_t offset : {50U, 20U, 40U, 60U, 30U, 10U}) {
-        session.take(offset, Bytes(5, 1));
+        session.take(offset, ByteString(5, 1));
     }
     EXPECT_EQ(waiting(session.session), (Offsets{10, 20, 30, 40, 50, 60}));
     EXPECT_EQ(session.session.lost_buf_size, 6U);
@@ -425,30 +425,30 @@ TEST_F(TcpReassembly, EarlyFramesStandInTheOrderOfTheirSequenceNumbers) {
 
 TEST_F(TcpReassembly, AFrameIsKeptAsItCame) {
     Session session;
-    const Bytes frame =
+    const ByteString frame =
         ethernet_frame({.seq = kFirstSeq + 9, .payload = {1, 2, 3}, .padding = 3, .padding_byte = 8});
     session.take_frame(frame);
     ASSERT_NE(session.session.lost_buf_head, nullptr);
     EXPECT_EQ(session.session.lost_buf_head->len, frame.size());
-    EXPECT_EQ(Bytes(session.session.lost_buf_head->buf, frame.size()), frame);
-    EXPECT_EQ(Bytes(session.session.lost_buf_head->buf + frame.size(), 1600 - frame.size()),
-              Bytes(1600 - frame.size(), 0));
+    EXPECT_EQ(ByteString(session.session.lost_buf_head->buf, frame.size()), frame);
+    EXPECT_EQ(ByteString(session.session.lost_buf_head->buf + frame.size(), 1600 - frame.size()),
+              ByteString(1600 - frame.size(), 0));
 }
 
 TEST_F(TcpReassembly, ADuplicateOfTheFirstEarlyFrameIsNotKept) {
     Session session;
-    session.take(10, Bytes(5, 1));
-    session.take(20, Bytes(5, 1));
-    session.take(10, Bytes(5, 1));
+    session.take(10, ByteString(5, 1));
+    session.take(20, ByteString(5, 1));
+    session.take(10, ByteString(5, 1));
     EXPECT_EQ(waiting(session.session), (Offsets{10, 20}));
     EXPECT_EQ(session.session.lost_buf_size, 2U);
 }
 
 TEST_F(TcpReassembly, ADuplicateOfALaterEarlyFrameBecomesItsNeighbour) {
     Session session;
-    session.take(10, Bytes(5, 1));
-    session.take(20, Bytes(5, 1));
-    session.take(20, Bytes(5, 2));
+    session.take(10, ByteString(5, 1));
+    session.take(20, ByteString(5, 1));
+    session.take(20, ByteString(5, 2));
     EXPECT_EQ(waiting(session.session), (Offsets{10, 20, 20}));
     EXPECT_EQ(session.session.lost_buf_size, 3U);
 }
@@ -456,32 +456,32 @@ TEST_F(TcpReassembly, ADuplicateOfALaterEarlyFrameBecomesItsNeighbour) {
 TEST_F(TcpReassembly, EachEarlyFramePassedOnTheWayIsALine) {
     Session session;
     for (const std::uint32_t offset : {10U, 20U, 30U, 40U}) {
-        session.take(offset, Bytes(5, 1));
+        session.take(offset, ByteString(5, 1));
     }
     const std::string line = "free the cache of packet loss.";
-    EXPECT_EQ(logged([&] { session.take(5, Bytes(1, 1)); }), std::vector<std::string>{});
-    EXPECT_EQ(logged([&] { session.take(7, Bytes(1, 1)); }), std::vector<std::string>{});
+    EXPECT_EQ(logged([&] { session.take(5, ByteString(1, 1)); }), std::vector<std::string>{});
+    EXPECT_EQ(logged([&] { session.take(7, ByteString(1, 1)); }), std::vector<std::string>{});
     // 5 7 10 20 30 40: from 5 on, three are passed before 30's place, and all five before the end.
-    EXPECT_EQ(logged([&] { session.take(25, Bytes(1, 1)); }), std::vector<std::string>(3, line));
-    EXPECT_EQ(logged([&] { session.take(50, Bytes(1, 1)); }), std::vector<std::string>(6, line));
+    EXPECT_EQ(logged([&] { session.take(25, ByteString(1, 1)); }), std::vector<std::string>(3, line));
+    EXPECT_EQ(logged([&] { session.take(50, ByteString(1, 1)); }), std::vector<std::string>(6, line));
 }
 
 TEST_F(TcpReassembly, The500thEarlyFrameIsKeptAndThe501stIsTooMany) {
     CCommonLog::GetInstance()->SetLogLevel(LOG_WARNING);
     Session session;
     for (std::uint32_t i = 500; i > 0; --i) {
-        ASSERT_TRUE(session.take(i * 10, Bytes(5, 1))) << i;
+        ASSERT_TRUE(session.take(i * 10, ByteString(5, 1))) << i;
         ASSERT_EQ(session.session.lost_buf_size, 501 - i);
     }
-    const auto lines = logged([&] { EXPECT_FALSE(session.take(6000, Bytes(5, 1))); });
+    const auto lines = logged([&] { EXPECT_FALSE(session.take(6000, ByteString(5, 1))); });
     EXPECT_EQ(lines, std::vector<std::string>{"break tcp seq detected. expt: 1000, Got: 7000"});
 }
 
 TEST_F(TcpReassembly, AnEarlyFrameOf1600BytesIsKeptAndALongerOneIsDropped) {
     Session session;
-    session.take(10, Bytes(1600 - 54, 1));
+    session.take(10, ByteString(1600 - 54, 1));
     EXPECT_EQ(session.session.lost_buf_size, 1U);
-    const auto lines = logged([&] { EXPECT_TRUE(session.take(5000, Bytes(1601 - 54, 1))); });
+    const auto lines = logged([&] { EXPECT_TRUE(session.take(5000, ByteString(1601 - 54, 1))); });
     EXPECT_EQ(lines, std::vector<std::string>{"early frame of 1601 bytes is too long to be kept, dropped"});
     EXPECT_EQ(session.session.lost_buf_size, 1U);
     // In order it is taken, however long.
@@ -493,7 +493,7 @@ TEST_F(TcpReassembly, SequenceNumbersAreComparedAsTheyAre) {
     // Behind a wrap every segment is older than what is expected.
     Session session;
     session.session.next_expt_seq = 0xFFFFFFF6;
-    const Bytes whole = message(0x11, 20, 1);
+    const ByteString whole = message(0x11, 20, 1);
     session.take(Segment{.seq = 0xFFFFFFF6, .payload = whole});
     EXPECT_EQ(session.session.next_expt_seq, 10U);
     session.take(Segment{.seq = 10, .payload = whole});
@@ -506,7 +506,7 @@ TEST_F(TcpReassembly, SequenceNumbersAreComparedAsTheyAre) {
 // Opening payloads.
 
 TEST(OpeningPayload, NeedsMoreThan44BytesAndTheHeaderOfASnapshotsFirstMessage) {
-    Bytes payload = snapshot_message(0x11, Bytes(37, 0));
+    ByteString payload = snapshot_message(0x11, ByteString(37, 0));
     EXPECT_TRUE(IsOpeningPayload(payload.data(), 45));
     EXPECT_FALSE(IsOpeningPayload(payload.data(), 44));
     payload[0] = 0x01;
@@ -517,7 +517,7 @@ TEST(OpeningPayload, NeedsMoreThan44BytesAndTheHeaderOfASnapshotsFirstMessage) {
 }
 
 /** All snapshot fields that a scan of the payload finds. */
-std::vector<std::pair<int, int>> snap_fields(const Bytes& payload) {
+std::vector<std::pair<int, int>> snap_fields(const ByteString& payload) {
     std::vector<std::pair<int, int>> fields;
     std::uint32_t offset = 8;
     while (const auto snap =
@@ -527,10 +527,10 @@ std::vector<std::pair<int, int>> snap_fields(const Bytes& payload) {
     return fields;
 }
 
-const Bytes kSnapField = {0x01, 0x10, 6, 0, 0xE8, 0x03, 7, 0, 0, 0};  // topic 1000, snapshot 7
+const ByteString kSnapField = {0x01, 0x10, 6, 0, 0xE8, 0x03, 7, 0, 0, 0};  // topic 1000, snapshot 7
 
 TEST(OpeningPayload, ItsSnapshotFieldIsFoundBehindOthers) {
-    const Bytes other = {0x02, 0x10, 3, 0, 1, 2, 3};
+    const ByteString other = {0x02, 0x10, 3, 0, 1, 2, 3};
     EXPECT_EQ(snap_fields(snapshot_message(0x11, other + kSnapField + other)),
               (std::vector<std::pair<int, int>>{{1000, 7}}));
     EXPECT_EQ(snap_fields(snapshot_message(0x11, kSnapField + kSnapField)).size(), 2U);
@@ -542,7 +542,7 @@ TEST(OpeningPayload, AFieldOfAnotherSizeIsNoSnapshotField) {
 }
 
 TEST(OpeningPayload, ASnapshotFieldThatTheEndCutsOffEndsTheScan) {
-    Bytes payload = snapshot_message(0x11, kSnapField);
+    ByteString payload = snapshot_message(0x11, kSnapField);
     for (std::size_t size = 8; size < payload.size(); ++size) {
         EXPECT_TRUE(snap_fields(payload.substr(0, size)).empty()) << size;
     }
@@ -550,7 +550,7 @@ TEST(OpeningPayload, ASnapshotFieldThatTheEndCutsOffEndsTheScan) {
 }
 
 TEST(OpeningPayload, AFieldThatReachesPastTheEndEndsTheScan) {
-    EXPECT_TRUE(snap_fields(snapshot_message(0x11, Bytes{0x02, 0x10, 0xFF, 0xFF} + kSnapField)).empty());
+    EXPECT_TRUE(snap_fields(snapshot_message(0x11, ByteString{0x02, 0x10, 0xFF, 0xFF} + kSnapField)).empty());
 }
 
 }  // namespace

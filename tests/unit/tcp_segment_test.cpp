@@ -11,7 +11,7 @@
 
 namespace {
 
-using kova::test::Bytes;
+using kova::test::ByteString;
 using kova::test::ethernet_frame;
 using kova::test::Segment;
 
@@ -22,7 +22,7 @@ struct Read {
     explicit Read(const Segment& segment, std::size_t room = kRoom)
         : frame(ethernet_frame(segment)), read((frame.resize(kRoom), ReadTcpSegment(frame.data(), room))) {}
 
-    Bytes frame;
+    ByteString frame;
     STcpSegment read;
 };
 
@@ -51,7 +51,7 @@ TEST(TcpSegment, AnOrdinarySegmentIsReadWhole) {
 }
 
 TEST(TcpSegment, OptionsMoveWhatFollowsThem) {
-    const Read segment({.payload = {9}, .ip_options = Bytes(40, 1), .tcp_options = Bytes(40, 1)});
+    const Read segment({.payload = {9}, .ip_options = ByteString(40, 1), .tcp_options = ByteString(40, 1)});
     EXPECT_TRUE(segment.read.isSound);
     EXPECT_EQ(segment.read.lpTcp, segment.frame.data() + 14 + 60);
     EXPECT_EQ(segment.read.lpPayload, segment.frame.data() + 14 + 60 + 60);
@@ -76,8 +76,8 @@ TEST(TcpSegment, LengthsThatContradictEachOtherAreUnsound) {
     EXPECT_FALSE(Read({.ip_length = 19}).read.isSound);  // shorter than its own header
     EXPECT_FALSE(Read({.ip_length = 39}).read.isSound);  // no room for the TCP header
     EXPECT_TRUE(Read({.ip_length = 40}).read.isSound);
-    EXPECT_FALSE(Read({.payload = Bytes(8, 0), .tcp_words = 8}).read.isSound);  // 32 bytes of 28
-    EXPECT_TRUE(Read({.payload = Bytes(8, 0), .tcp_words = 7}).read.isSound);
+    EXPECT_FALSE(Read({.payload = ByteString(8, 0), .tcp_words = 8}).read.isSound);  // 32 bytes of 28
+    EXPECT_TRUE(Read({.payload = ByteString(8, 0), .tcp_words = 7}).read.isSound);
 }
 
 TEST(TcpSegment, ASegmentMayReachToTheEndOfTheRoomAndNotFurther) {
@@ -89,7 +89,7 @@ TEST(TcpSegment, ASegmentMayReachToTheEndOfTheRoomAndNotFurther) {
 }
 
 TEST(TcpSegment, AnUnsoundSegmentHasNoPayload) {
-    const Read segment({.payload = Bytes(100, 7), .ip_length = 30});
+    const Read segment({.payload = ByteString(100, 7), .ip_length = 30});
     EXPECT_EQ(segment.read.lpPayload, nullptr);
     EXPECT_EQ(segment.read.nPayloadSize, 0U);
     EXPECT_EQ(segment.read.nTcpLength, 0U);
@@ -97,7 +97,7 @@ TEST(TcpSegment, AnUnsoundSegmentHasNoPayload) {
 
 TEST(TcpSegment, EveryPayloadLengthHasItsChecksum) {
     for (std::size_t length = 0; length <= 300; ++length) {
-        Bytes payload;
+        ByteString payload;
         for (std::size_t i = 0; i < length; ++i) {
             payload.push_back(static_cast<std::uint8_t>(i * 37 + length));
         }
@@ -108,7 +108,7 @@ TEST(TcpSegment, EveryPayloadLengthHasItsChecksum) {
 
 TEST(TcpSegment, AnyFlippedBitChangesTheChecksum) {
     Segment original{.seq = 12345, .payload = {1, 2, 3, 4, 5}};
-    Bytes frame = ethernet_frame(original);
+    ByteString frame = ethernet_frame(original);
     const std::size_t end = frame.size();
     frame.resize(kRoom);
     for (std::size_t byte = 34; byte < end; ++byte) {
@@ -127,13 +127,13 @@ TEST(TcpSegment, AnyFlippedBitChangesTheChecksum) {
 TEST(TcpSegment, ASegmentTooShortForItsChecksumFieldIsStillSummed) {
     // A header length of 0 words and 17 bytes of TCP: the field, as far as it is there, counts as zero.
     Segment segment{.ip_length = 37, .tcp_words = 0};
-    Bytes frame = ethernet_frame(segment);
-    Bytes summed;
+    ByteString frame = ethernet_frame(segment);
+    ByteString summed;
     kova::test::put_big32(summed, segment.src_host);
     kova::test::put_big32(summed, segment.dst_host);
     kova::test::put_big16(summed, 6);
     kova::test::put_big16(summed, 17);
-    summed += frame.substr(34, 16) + Bytes{0};
+    summed += frame.substr(34, 16) + ByteString{0};
     const std::uint16_t expected = kova::test::internet_checksum(summed);
     frame.resize(kRoom);
     const STcpSegment read = ReadTcpSegment(frame.data(), kRoom);
