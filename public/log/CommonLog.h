@@ -87,6 +87,22 @@ class CCommonLog {
     std::atomic<long> m_nUtcOffset = 0;
 };
 
+/** Sets the mask of enabled levels for as long as it lives: register programming is logged whatever is
+ * configured.
+ */
+class CLogLevelScope {
+ public:
+    CLogLevelScope(ELOGLEVEL logLevel, ELOGLEVEL afterwards) : m_afterwards(afterwards) {
+        CCommonLog::GetInstance()->SetLogLevel(logLevel);
+    }
+    ~CLogLevelScope() { CCommonLog::GetInstance()->SetLogLevel(m_afterwards); }
+    CLogLevelScope(const CLogLevelScope&) = delete;
+    CLogLevelScope& operator=(const CLogLevelScope&) = delete;
+
+ private:
+    ELOGLEVEL m_afterwards;
+};
+
 /** The text after the last '/' of a source file's path. */
 inline const char* LogFileBaseName(const char* lpFile) {
     const char* const lpSlash = strrchr(lpFile, '/');

@@ -21,7 +21,8 @@ constexpr uint32_t REG_EVENT_MODEL_SEL = 0x101;      /**< W: 0 or 1; the read si
 constexpr uint32_t REG_HW_VERSION = 0x101;           /**< R: hardware version */
 constexpr uint32_t REG_SOFT_VERSION = 0x102;         /**< W: software version word */
 constexpr uint32_t REG_VERSION_CHECK = 0x103;        /**< R: verdict on the software version: 0, 1 or 2 */
-constexpr uint32_t REG_INIT_MASK = 0x1000;           /**< W: 0xF forwards the snapshot stream, 0 ends that */
+constexpr uint32_t REG_INIT_MASK = 0x1000;           /**< W: INIT_MASK_FORWARD, and 0 to end that */
+constexpr uint32_t INIT_MASK_FORWARD = 0xF;          /**< the card forwards the snapshot stream */
 constexpr uint32_t REG_CONFIG_CRC = 0x1001;          /**< RW: CRC-32C of the configuration last brought up */
 constexpr uint32_t REG_SHFE2PS_MAX_INST = 0x1005;    /**< W */
 constexpr uint32_t REG_SHFE4PS_MAX_INST = 0x1006;    /**< W */
@@ -41,8 +42,9 @@ constexpr uint32_t REG_SHFE_INST_COUNT = 0x1F14;          /**< RW: instruments o
 constexpr uint32_t REG_INE_INST_COUNT = 0x1F15;           /**< RW: instruments of INE in the snapshot */
 constexpr uint32_t REG_STATUS_0 = 0x2030;                 /**< R: read after an event for the log */
 constexpr uint32_t REG_STATUS_1 = 0x2031;                 /**< R: the same */
-constexpr uint32_t REG_HBM2_STATUS = 0x2032;              /**< R: 3 when the card's memory is ready */
-constexpr uint32_t REG_LAST_UPDATE_TIME = 0x2040;         /**< R: + feed, seconds since the epoch */
+constexpr uint32_t REG_HBM2_STATUS = 0x2032;              /**< R: HBM2_STATUS_READY when the memory is */
+constexpr uint32_t HBM2_STATUS_READY = 3;
+constexpr uint32_t REG_LAST_UPDATE_TIME = 0x2040; /**< R: + feed, seconds since the epoch */
 
 // Network block: + 16 x group for each of the four groups.
 constexpr uint32_t REG_ROUTE = 0x3000;            /**< W: low four bits; group 0 only */
@@ -72,10 +74,12 @@ constexpr uint32_t REG_INE_TABLE_RDATA = 0x11007;    /**< R */
 constexpr uint32_t TABLE_CLOSE_ADDRESS = 0xFFFFFFFF; /**< with data 1: software access ends */
 
 // Multicast addresses: SHFE then INE, IP then port, A line then B line.
-constexpr uint32_t REG_MCAST_IP = 0x11100;         /**< W: SHFE A; + 1 INE A, + 4 SHFE B, + 5 INE B */
-constexpr uint32_t REG_MCAST_PORT = 0x11102;       /**< W: in the same order */
-constexpr uint32_t REG_SHFE_PACKET_NO = 0x11110;   /**< W: packet number of the snapshot */
-constexpr uint32_t REG_INE_PACKET_NO = 0x11111;    /**< W: the same */
+constexpr uint32_t REG_MCAST_IP = 0x11100;       /**< W: of SHFE's A line; the distances of the others follow */
+constexpr uint32_t REG_MCAST_INE = 1;            /**< from SHFE's register to INE's */
+constexpr uint32_t REG_MCAST_PORT_OFFSET = 2;    /**< from a line's IP register to its port's */
+constexpr uint32_t REG_MCAST_LINE_B = 4;         /**< from the A line's register to the B line's */
+constexpr uint32_t REG_SHFE_PACKET_NO = 0x11110; /**< W: packet number of the snapshot */
+constexpr uint32_t REG_INE_PACKET_NO = 0x11111;  /**< W: the same */
 constexpr uint32_t REG_DETECT_INTERVAL = 0x11112;  /**< W: how long a feed may stay silent */
 constexpr uint32_t REG_CORE_START = 0x11120;       /**< W: 1 starts the core's feeds */
 constexpr uint32_t REG_CORE_ERROR_COUNT = 0x12015; /**< R: and REG_CORE_ERROR_COUNT_B; read after an event */

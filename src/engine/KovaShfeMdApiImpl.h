@@ -7,12 +7,15 @@
  *     2. Receive                 engine/Receive.cpp           what runs for every call
  *                                engine/ReceiveCold.cpp       what a call does when it is not a quote
  *     3. Configuration           config/ReadConfig.cpp
- *     4. Bring-up                bringup/ChannelBringUp.cpp
+ *     4. Bring-up                bringup/ChannelBringUp.cpp   the whole of it
+ *                                bringup/InitFpga.cpp         the card and its snapshot
+ *                                bringup/SysVersion.cpp       versions
  *     5. Snapshot                snapshot/TcpHandler.cpp      segments
  *                                snapshot/ParseMdqp.cpp       messages
  *                                snapshot/TcpSession.cpp      starting over
  *     6. Instruments             instruments/ContractTable.cpp
  *                                instruments/Subscription.cpp
+ *                                instruments/StaticInfoFile.cpp
  *     7. Integrity               integrity/FpgaEvents.cpp     events of the card
  *                                integrity/PriceCheck.cpp     prices of the snapshot
  *
@@ -24,11 +27,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "KovaShfeMdApi.h"
+#include "bringup/MdPktCnt.h"
 #include "config/U50ConfigInfo.h"
 #include "crc/Crc32.h"
 #include "dma/DrvDMAEnyx.h"
@@ -130,8 +135,49 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
      */
     int32_t _ChechAndKovaSubDmaUp();
 
+    /** CRC-32C of the configuration file, start value as given: 0, or -1 to -5 with the line that says why. */
+    int32_t _GetConfigCrc(uint32_t& configCrc);
+
+    /** Whether the card was brought up with this configuration and receives without events. Takes 3 seconds. */
+    bool _IsCardRunning(uint32_t configCrc);
+    void _SamplePktCnt(U50MdPktCnt& refPktCnt);
+
     /** Brings the card up; `configCrc` 0 leaves the checksum that the card keeps: 0 or -1. */
     int32_t _KovaSubDmaUp(uint32_t configCrc);
+
+    /** Begins new capture files if they are wanted. */
+    void _StartCapture();
+    int32_t _InitFpgaWithRetries();
+    void _RememberConfigCrc(uint32_t configCrc);
+    void _SubscribeChannels();
+    void _WriteLimits();
+    void _WriteModes();
+
+    /** One attempt to initialise the card and to take its snapshot: 0; -1 given up, -2 no snapshot in time. */
+    int _InitFpga();
+
+    /** Whether the card's memory is ready after the time it is given. What the card sends meanwhile is
+     * discarded.
+     */
+    bool _WaitForMemory();
+    void _OpenSnapshot();
+    void _WriteNetwork();
+    void _WriteEachGroup(uint32_t nRegister, uint32_t nValue);
+    void _WriteMulticasts();
+
+    /** Writes the address of one multicast line, zeros for a disabled feed: 0, or -1 for a text without port.
+     */
+    int _SetRegIpAndPort(uint32_t ipReg, uint32_t portReg, const CAddressType& ipAndPort, bool isEnabled);
+    int _WaitForSnapshot();
+
+    /** Closes the tables for software and starts the feeds; always 0. */
+    int _StartDmaUp();
+
+    /** Whether library and card belong together: 0 or -1. */
+    int Chk_SysVersion();
+    void _WriteSoftVersion();
+    bool _CheckHardwareVersion();
+    bool _CheckVerdict();
 
     // 5. Snapshot.
 
@@ -241,6 +287,12 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
                            int channelID, CUstCharArray<32>& refInstrument);
     [[nodiscard]] bool _IsSubscribed(const SInstTableType& refRow, int channelID,
                                      const CUstCharArray<32>& refInstrument) const;
+
+    /** Writes the file that lists the instruments: 0, or -1 with the line that says why. */
+    int _InstStaticInfoWriteFile();
+
+    /** Lists an exchange's instruments, if it has a complete snapshot; false when a line cannot be written. */
+    bool _ListInstruments(FILE* lpFile, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t nCount);
 
     /** Whether an identifier is that of a time-at-settlement instrument. */
     [[nodiscard]] static bool isShfeTasInst(const std::string& refShfeInstId);

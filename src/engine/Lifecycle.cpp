@@ -130,11 +130,10 @@ int32_t CKovaShfeMdApiImpl::_BindCpu() {
 }
 
 void CKovaShfeMdApiImpl::_LogFpgaBuild() {
-    CCommonLog::GetInstance()->SetLogLevel(LOG_EVERYTHING);
+    const CLogLevelScope everything(LOG_EVERYTHING, m_u50ConfigInfo.log_level);
     uint32_t nBuildDate = 0;
     uint32_t nBuildVersion = 0;
     m_drvRegEnyx.ReadRegister(REG_BUILD_DATE, nBuildDate);
     m_drvRegEnyx.ReadRegister(REG_BUILD_VERSION, nBuildVersion);
     KOVA_LOG_AS(LOG_INFO, "Init", "FPGA COMPILE_DATE[%08x] COMPILE_VER[%08x]", nBuildDate, nBuildVersion);
-    CCommonLog::GetInstance()->SetLogLevel(m_u50ConfigInfo.log_level);
 }

@@ -139,10 +139,9 @@ void CKovaShfeMdApiImpl::_LogCardStatus() {
         REG_CORE_ERROR_COUNT + REG_CORE_STRIDE,
         REG_CORE_ERROR_COUNT_B + REG_CORE_STRIDE,
     };
-    CCommonLog::GetInstance()->SetLogLevel(LOG_EVERYTHING);
+    const CLogLevelScope everything(LOG_EVERYTHING, m_u50ConfigInfo.log_level);
     for (const uint32_t nRegister : arrRegister) {
         uint32_t nValue = 0;
         m_drvRegEnyx.ReadRegister(nRegister, nValue);
     }
-    CCommonLog::GetInstance()->SetLogLevel(m_u50ConfigInfo.log_level);
 }

@@ -162,9 +162,10 @@ bool CKovaShfeMdApiImpl::_CompleteSnapshot() {
         usleep(m_u50ConfigInfo.dma_sleep);
         KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "DMA sleep %dus", m_u50ConfigInfo.dma_sleep);
     }
-    CCommonLog::GetInstance()->SetLogLevel(LOG_EVERYTHING);
-    m_drvRegEnyx.WriteRegister(REG_INIT_MASK, 0);
-    CCommonLog::GetInstance()->SetLogLevel(m_u50ConfigInfo.log_level);
+    {
+        const CLogLevelScope everything(LOG_EVERYTHING, m_u50ConfigInfo.log_level);
+        m_drvRegEnyx.WriteRegister(REG_INIT_MASK, 0);
+    }
     _WriteContractTables();
     return true;
 }
