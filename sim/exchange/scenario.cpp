@@ -29,7 +29,7 @@ class Reader {
 
     Scenario read(const toml::table& file) const {
         only(file, {"seed", "date", "rate", "duration", "start_delay", "open_time", "listing", "market", "hot",
-                    "channel"});
+                    "channel", "snapshot", "impairments"});
         Scenario scenario;
         scenario.name = name_;
         with(file, "seed", [&](const toml::node& node) {
@@ -44,12 +44,20 @@ class Reader {
         with(file, "market", [&](const toml::node& node) { read_market(table(node), scenario); });
         with(file, "hot", [&](const toml::node& node) { read_hot(table(node), scenario); });
         read_channels(file, scenario);
+        with(file, "snapshot", [&](const toml::node& node) { read_snapshot(table(node), scenario); });
+        scenario.impairments.seed = scenario.listing.seed;
+        with(file, "impairments",
+             [&](const toml::node& node) { read_impairments(table(node), scenario.impairments); });
         return scenario;
     }
 
  private:
     [[noreturn]] void refuse(const toml::node& node, const std::string& reason) const {
         throw ScenarioError(name_, node.source().begin.line, reason);
+    }
+
+    [[noreturn]] void refuse_key(const toml::key& key) const {
+        throw ScenarioError(name_, key.source().begin.line, "unknown key \"" + std::string(key.str()) + "\"");
     }
 
     template <typename Use>
@@ -71,8 +79,7 @@ class Reader {
     void only(const toml::table& found, std::initializer_list<std::string_view> known) const {
         for (const auto& [key, node] : found) {
             if (std::ranges::find(known, key.str()) == known.end()) {
-                throw ScenarioError(name_, key.source().begin.line,
-                                    "unknown key \"" + std::string(key.str()) + "\"");
+                refuse_key(key);
             }
         }
     }
@@ -205,6 +212,135 @@ class Reader {
         });
     }
 
+    void read_snapshot(const toml::table& snapshot, Scenario& scenario) const {
+        only(snapshot, {"feeds", "ports", "topics", "order", "message_bytes", "middle_flag", "segments",
+                        "segment_bytes", "split_at", "quirky_cuts", "first_seq", "bad_prices"});
+        SnapshotOptions& options = scenario.snapshot;
+        with(snapshot, "feeds", [&](const toml::node& node) { options.feeds = feeds(node); });
+        with(snapshot, "ports", [&](const toml::node& node) { read_ports(table(node), options); });
+        with(snapshot, "topics", [&](const toml::node& node) { read_topics(table(node), options); });
+        with(snapshot, "order", [&](const toml::node& node) {
+            options.order = static_cast<SnapshotOrder>(one_of(node, {"sequential", "interleaved"}));
+        });
+        with(snapshot, "message_bytes", [&](const toml::node& node) {
+            options.message_bytes = integer(node, kLeastMessageBytes, kMostMessageBytes);
+        });
+        with(snapshot, "middle_flag", [&](const toml::node& node) { options.middle_flag = middle_flag(node); });
+        with(snapshot, "first_seq", [&](const toml::node& node) {
+            options.first_seq =
+                static_cast<std::uint32_t>(integer(node, 0, std::numeric_limits<std::uint32_t>::max()));
+        });
+        read_segments(snapshot, options.segments);
+        with(snapshot, "bad_prices", [&](const toml::node& node) { read_bad_prices(table(node), scenario); });
+    }
+
+    void read_segments(const toml::table& snapshot, SegmentOptions& segments) const {
+        with(snapshot, "segments", [&](const toml::node& node) {
+            segments.rule = static_cast<SegmentRule>(one_of(node, {"bulk", "message", "packed"}));
+        });
+        with(snapshot, "segment_bytes", [&](const toml::node& node) {
+            segments.bytes = integer(node, kLeastSegmentBytes, kMostSegmentBytes);
+        });
+        with(snapshot, "split_at", [&](const toml::node& node) {
+            segments.split_at = integer(node, 1, std::numeric_limits<std::int32_t>::max());
+        });
+        with(snapshot, "quirky_cuts", [&](const toml::node& node) { segments.quirky_cuts = share(node); });
+    }
+
+    static std::vector<SnapshotFeed> feeds(const toml::node& node) {
+        const Unfit unfit{"must be a list of shfe2ps, shfe4ps, ine2ps and ine4ps, each at most once"};
+        const toml::array* names = node.as_array();
+        if (names == nullptr || names->empty()) {
+            throw Unfit{unfit};
+        }
+        std::vector<SnapshotFeed> feeds;
+        for (const toml::node& name : *names) {
+            const auto found = std::ranges::find(kFeedNames, name.value_exact<std::string>().value_or(""));
+            const auto feed = static_cast<EMDQPDataType>(found - kFeedNames.begin());
+            const bool is_twice = std::ranges::find(feeds, feed, &SnapshotFeed::feed) != feeds.end();
+            if (found == kFeedNames.end() || is_twice) {
+                throw Unfit{unfit};
+            }
+            feeds.push_back(SnapshotFeed::of(feed));
+        }
+        return feeds;
+    }
+
+    void read_ports(const toml::table& ports, SnapshotOptions& options) const {
+        only_feeds(ports);
+        for (SnapshotFeed& feed : options.feeds) {
+            with(ports, kFeedNames[static_cast<std::size_t>(feed.feed)], [&](const toml::node& node) {
+                feed.client.port =
+                    static_cast<std::uint16_t>(integer(node, 1, std::numeric_limits<std::uint16_t>::max()));
+            });
+        }
+    }
+
+    void read_topics(const toml::table& topics, SnapshotOptions& options) const {
+        only_feeds(topics);
+        for (SnapshotFeed& feed : options.feeds) {
+            with(topics, kFeedNames[static_cast<std::size_t>(feed.feed)], [&](const toml::node& node) {
+                feed.topic_id =
+                    static_cast<std::int16_t>(integer(node, 0, std::numeric_limits<std::int16_t>::max()));
+            });
+        }
+    }
+
+    void only_feeds(const toml::table& found) const {
+        only(found, {kFeedNames[SHFE_2PS], kFeedNames[SHFE_4PS], kFeedNames[INE_2PS], kFeedNames[INE_4PS]});
+    }
+
+    static std::uint8_t middle_flag(const toml::node& node) {
+        const std::uint64_t flag = integer(node, 0, std::numeric_limits<std::uint8_t>::max());
+        if (flag == MDQP_FLAG_LAST) {
+            throw Unfit{"must not be 1, which ends a snapshot"};
+        }
+        return static_cast<std::uint8_t>(flag);
+    }
+
+    static double share(const toml::node& node) { return number(node, 0, 1, "from 0 to 1"); }
+
+    /** Index of the text in the choices. */
+    static std::size_t one_of(const toml::node& node, std::initializer_list<std::string_view> choices) {
+        const auto found = std::ranges::find(choices, node.value_exact<std::string>().value_or(""));
+        if (found != choices.end()) {
+            return static_cast<std::size_t>(found - choices.begin());
+        }
+        std::string reason = "must be one of";
+        for (const std::string_view choice : choices) {
+            reason += " \"" + std::string(choice) + "\"";
+        }
+        throw Unfit{reason};
+    }
+
+    void read_bad_prices(const toml::table& bad_prices, Scenario& scenario) const {
+        for (const auto& [key, node] : bad_prices) {
+            const auto found = std::ranges::find(kPriceFaultNames, key.str());
+            if (found == kPriceFaultNames.end()) {
+                refuse_key(key);
+            }
+            const auto fault = static_cast<std::size_t>(found - kPriceFaultNames.begin());
+            with(bad_prices, key.str(),
+                 [&](const toml::node& list) { scenario.bad_prices[fault].instruments = instruments(list); });
+        }
+    }
+
+    void read_impairments(const toml::table& rates, ImpairmentOptions& options) const {
+        for (const auto& [key, node] : rates) {
+            const auto found = std::ranges::find(kImpairmentNames, key.str());
+            if (found == kImpairmentNames.end() && key.str() != "seed") {
+                refuse_key(key);
+            }
+            with(rates, key.str(), [&](const toml::node& value) {
+                if (found == kImpairmentNames.end()) {
+                    options.seed = integer(value, 0, std::numeric_limits<std::int64_t>::max());
+                    return;
+                }
+                options.rates[static_cast<std::size_t>(found - kImpairmentNames.begin())] = share(value);
+            });
+        }
+    }
+
     std::size_t channel_number(const toml::key& key) const {
         for (std::size_t number = 0; number < kScenarioChannels; ++number) {
             if (key.str() == std::to_string(number)) {
@@ -218,15 +354,19 @@ class Reader {
     InstrumentChoice choice(const toml::table& table) const {
         InstrumentChoice choice;
         with(table, "options", [&](const toml::node& node) { choice.options = boolean(node); });
-        with(table, "instruments", [&](const toml::node& node) {
-            if (!node.is_array()) {
-                throw Unfit{"must be a list as [\"cu\", \"au2412\"]"};
-            }
-            for (const toml::node& entry : *node.as_array()) {
-                choice.instruments.push_back(instrument_entry(entry));
-            }
-        });
+        with(table, "instruments", [&](const toml::node& node) { choice.instruments = instruments(node); });
         return choice;
+    }
+
+    std::vector<InstrumentEntry> instruments(const toml::node& node) const {
+        if (!node.is_array()) {
+            throw Unfit{"must be a list as [\"cu\", \"au2412\"]"};
+        }
+        std::vector<InstrumentEntry> entries;
+        for (const toml::node& entry : *node.as_array()) {
+            entries.push_back(instrument_entry(entry));
+        }
+        return entries;
     }
 
     InstrumentEntry instrument_entry(const toml::node& node) const {

@@ -1,6 +1,6 @@
 /**
- * Scenario files: what the simulated exchange lists, how it moves, and who receives it. docs/scenarios.md
- * describes the format.
+ * Scenario files: what the simulated exchange lists, how it moves, who receives it, how its snapshots are sent
+ * and what befalls them. docs/scenarios.md describes the format.
  */
 #ifndef KOVA_SIM_EXCHANGE_SCENARIO_H
 #define KOVA_SIM_EXCHANGE_SCENARIO_H
@@ -15,9 +15,12 @@
 #include <string_view>
 #include <vector>
 
+#include "sim/exchange/impairments.h"
 #include "sim/exchange/listing.h"
 #include "sim/exchange/market.h"
 #include "sim/exchange/pacer.h"
+#include "sim/exchange/price_fault.h"
+#include "sim/exchange/snapshot_stream.h"
 
 namespace kova::sim {
 
@@ -60,6 +63,10 @@ struct Scenario {
     double hot_share = 0;
     /** By channel number. A scenario that names no channel gives every future to every channel. */
     std::array<InstrumentChoice, kScenarioChannels> channels;
+    SnapshotOptions snapshot;  // without seed and bad prices: see snapshot_options()
+    /** Instruments whose prices the snapshot gets wrong, in the order of kPriceFaultNames. */
+    std::array<InstrumentChoice, kPriceFaultNames.size()> bad_prices;
+    ImpairmentOptions impairments;
 
     /** The scenario of an empty file. */
     static Scenario defaults();
@@ -71,7 +78,7 @@ struct Scenario {
 
 /** An entry that no instrument of the listing answers to: not listed that day, or cut off. */
 struct UnmatchedEntry {
-    std::optional<std::uint32_t> channel;  // nothing: of the hot set
+    std::optional<std::uint32_t> channel;  // nothing: of the hot set or of the bad prices
     InstrumentEntry entry;
 };
 
@@ -80,6 +87,7 @@ struct Selection {
     std::array<std::vector<InstrumentRef>, kScenarioChannels> channels;
     std::vector<InstrumentRef> heard;  // by any channel
     std::vector<InstrumentRef> hot;
+    std::vector<BadPrice> bad_prices;
     std::vector<UnmatchedEntry> unmatched;
 
     /** Channels that receive an instrument, bit c for channel c. */
@@ -96,6 +104,9 @@ Selection select(const Scenario& scenario, const Listing& listing);
 
 /** The market of a scenario, with only those instruments moving that some channel hears. */
 MarketOptions market_options(const Scenario& scenario, const Selection& selection);
+
+/** The snapshots of a scenario. */
+SnapshotOptions snapshot_options(const Scenario& scenario, const Selection& selection);
 
 }  // namespace kova::sim
 

@@ -69,6 +69,13 @@ Selection select(const Scenario& scenario, const Listing& listing) {
         selection.channels[channel] = refs_of(chosen, listing);
     }
     selection.heard = refs_of(heard, listing);
+    for (std::size_t i = 0; i < kPriceFaultNames.size(); ++i) {
+        const auto fault = static_cast<PriceFault>(i + 1);
+        for (const InstrumentRef ref :
+             refs_of(chosen_by(scenario.bad_prices[i], listing, std::nullopt, selection.unmatched), listing)) {
+            selection.bad_prices.push_back({.ref = ref, .fault = fault});
+        }
+    }
     selection.hot = refs_of(chosen_by(scenario.hot, listing, std::nullopt, selection.unmatched), listing);
     return selection;
 }
@@ -82,6 +89,13 @@ MarketOptions market_options(const Scenario& scenario, const Selection& selectio
         .trend = scenario.trend,
         .open_time = scenario.open_time,
     };
+}
+
+SnapshotOptions snapshot_options(const Scenario& scenario, const Selection& selection) {
+    SnapshotOptions options = scenario.snapshot;
+    options.seed = scenario.listing.seed;
+    options.bad_prices = selection.bad_prices;
+    return options;
 }
 
 }  // namespace kova::sim

@@ -50,6 +50,17 @@ TEST(Scenario, EmptyFileHasTheDefaults) {
         EXPECT_THAT(texts(channel), ElementsAre("all"));
         EXPECT_FALSE(channel.options);
     }
+    EXPECT_THAT(scenario.snapshot.feeds, ElementsAre(SnapshotFeed::of(SHFE_2PS), SnapshotFeed::of(INE_2PS)));
+    EXPECT_EQ(scenario.snapshot.order, SnapshotOrder::sequential);
+    EXPECT_EQ(scenario.snapshot.message_bytes, 4096U);
+    EXPECT_EQ(scenario.snapshot.middle_flag, 0x11);
+    EXPECT_EQ(scenario.snapshot.segments.rule, SegmentRule::bulk);
+    EXPECT_EQ(scenario.snapshot.segments.bytes, 1460U);
+    EXPECT_EQ(scenario.snapshot.segments.split_at, std::nullopt);
+    EXPECT_EQ(scenario.snapshot.segments.quirky_cuts, 0);
+    EXPECT_EQ(scenario.snapshot.first_seq, std::nullopt);
+    EXPECT_THAT(scenario.impairments.rates, testing::Each(0));
+    EXPECT_EQ(scenario.impairments.seed, 1U);
     EXPECT_EQ(Scenario::defaults().name, "default");
     EXPECT_EQ(Scenario::defaults().rate, 1000U);
 }
@@ -82,6 +93,28 @@ options = true
 
 [channel.15]
 instruments = ["all"]
+
+[snapshot]
+feeds = ["ine4ps", "shfe2ps"]
+order = "interleaved"
+message_bytes = 60000
+middle_flag = 0x00
+segments = "packed"
+segment_bytes = 1000
+split_at = 70
+quirky_cuts = 0.25
+first_seq = 4294967295
+ports = { shfe2ps = 33023, ine4ps = 65535 }
+topics = { shfe2ps = 1001, ine4ps = 32767 }
+
+[snapshot.bad_prices]
+crossed = ["cu2505"]
+no_value = ["rb", "*TAS"]
+
+[impairments]
+seed = 7
+lose = 0.001
+rst_ack = 1
 )");
     EXPECT_EQ(scenario.listing.seed, 42U);
     EXPECT_EQ(scenario.listing.date, std::chrono::year{2025} / 3 / 17);
@@ -102,6 +135,41 @@ instruments = ["all"]
     EXPECT_THAT(texts(scenario.channels[15]), ElementsAre("all"));
     EXPECT_FALSE(scenario.channels[15].options);
     EXPECT_THAT(texts(scenario.channels[0]), testing::IsEmpty());
+
+    const SnapshotOptions& snapshot = scenario.snapshot;
+    ASSERT_EQ(snapshot.feeds.size(), 2U);
+    EXPECT_EQ(snapshot.feeds[0].feed, INE_4PS);
+    EXPECT_EQ(snapshot.feeds[0].client.port, 65535);
+    EXPECT_EQ(snapshot.feeds[0].topic_id, 32767);
+    EXPECT_EQ(snapshot.feeds[1].feed, SHFE_2PS);
+    EXPECT_EQ(snapshot.feeds[1].client.port, 33023);
+    EXPECT_EQ(snapshot.feeds[1].topic_id, 1001);
+    EXPECT_EQ(snapshot.order, SnapshotOrder::interleaved);
+    EXPECT_EQ(snapshot.message_bytes, 60000U);
+    EXPECT_EQ(snapshot.middle_flag, 0);
+    EXPECT_EQ(snapshot.segments.rule, SegmentRule::packed);
+    EXPECT_EQ(snapshot.segments.bytes, 1000U);
+    EXPECT_EQ(snapshot.segments.split_at, 70U);
+    EXPECT_EQ(snapshot.segments.quirky_cuts, 0.25);
+    EXPECT_EQ(snapshot.first_seq, 4294967295U);
+    EXPECT_THAT(texts(scenario.bad_prices[0]), ElementsAre("cu2505"));
+    EXPECT_THAT(texts(scenario.bad_prices[2]), ElementsAre("rb", "*TAS"));
+    EXPECT_THAT(texts(scenario.bad_prices[1]), testing::IsEmpty());
+    EXPECT_EQ(scenario.impairments.seed, 7U);
+    EXPECT_EQ(scenario.impairments.rates[0], 0.001);
+    EXPECT_EQ(scenario.impairments.rates[11], 1);
+    EXPECT_EQ(scenario.impairments.rates[4], 0);
+}
+
+TEST(Scenario, ImpairmentsFollowFromTheScenariosSeedUnlessTheyHaveTheirOwn) {
+    EXPECT_EQ(parse("seed = 5\n[impairments]\nlose = 0.5").impairments.seed, 5U);
+    EXPECT_EQ(parse("seed = 5").impairments.seed, 5U);
+    EXPECT_EQ(parse("seed = 5\nimpairments.seed = 0").impairments.seed, 0U);
+}
+
+TEST(Scenario, PortsOfFeedsThatAreNotSentDoNotMatter) {
+    const Scenario scenario = parse("snapshot.feeds = [\"shfe2ps\"]\nsnapshot.ports.ine2ps = 5");
+    EXPECT_THAT(scenario.snapshot.feeds, ElementsAre(SnapshotFeed::of(SHFE_2PS)));
 }
 
 TEST(Scenario, RateMaxIsUnlimited) {
@@ -177,6 +245,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Refusal{"[hot]\nweight = 3\n", "test.toml:2: unknown key \"weight\""},
                     Refusal{"[channel.1]\ninstruments = [\"cu\"]\noption = true\n",
                             "test.toml:3: unknown key \"option\""},
+                    Refusal{"[snapshot]\nfeed = []", "test.toml:2: unknown key \"feed\""},
+                    Refusal{"[snapshot.ports]\n\nshfe = 1", "test.toml:3: unknown key \"shfe\""},
+                    Refusal{"[snapshot.topics]\nine2 = 1", "test.toml:2: unknown key \"ine2\""},
+                    Refusal{"[snapshot.bad_prices]\ninf = [\"cu\"]", "test.toml:2: unknown key \"inf\""},
+                    Refusal{"[impairments]\nlose = 0\nloss = 0.1", "test.toml:3: unknown key \"loss\""},
                     Refusal{"[chanel.1]\ninstruments = [\"cu\"]\n", "test.toml:1: unknown key \"chanel\""}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -204,7 +277,17 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"[channel.3]\ninstruments = \"cu\"",
                 "test.toml:2: instruments must be a list as [\"cu\", \"au2412\"]"},
         Refusal{"[channel.3]\ninstruments = [\n\"cu\",\n5]", "test.toml:4: instruments must be texts"},
-        Refusal{"[channel.3]\noptions = 1", "test.toml:2: options must be true or false"}));
+        Refusal{"[channel.3]\noptions = 1", "test.toml:2: options must be true or false"},
+        Refusal{"snapshot = true", "test.toml:1: snapshot must be a table"},
+        Refusal{"impairments = 0.5", "test.toml:1: impairments must be a table"},
+        Refusal{"snapshot.ports = 33022", "test.toml:1: ports must be a table"},
+        Refusal{"snapshot.bad_prices.nan = \"cu\"", "test.toml:1: nan must be a list as [\"cu\", \"au2412\"]"},
+        Refusal{"snapshot.feeds = \"ine2ps\"",
+                "test.toml:1: feeds must be a list of shfe2ps, shfe4ps, ine2ps and ine4ps, each at most once"},
+        Refusal{"snapshot.feeds = [2]",
+                "test.toml:1: feeds must be a list of shfe2ps, shfe4ps, ine2ps and ine4ps, each at most once"},
+        Refusal{"snapshot.order = 1", "test.toml:1: order must be one of \"sequential\" \"interleaved\""},
+        Refusal{"[impairments]\nswap = \"often\"", "test.toml:2: swap must be a number from 0 to 1"}));
 
 INSTANTIATE_TEST_SUITE_P(
     OutOfRange, BadScenario,
@@ -224,6 +307,30 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"[market]\nlimit_percent = 0", "test.toml:2: limit_percent must be a number from 0.1 to 50"},
         Refusal{"[market]\ntrend = 1.1", "test.toml:2: trend must be a number from -1 to 1"},
         Refusal{"[hot]\nshare = 2", "test.toml:2: share must be a number from 0 to 1"},
+        Refusal{"snapshot.feeds = []",
+                "test.toml:1: feeds must be a list of shfe2ps, shfe4ps, ine2ps and ine4ps, each at most once"},
+        Refusal{"snapshot.feeds = [\"ine2ps\", \"ine2ps\"]",
+                "test.toml:1: feeds must be a list of shfe2ps, shfe4ps, ine2ps and ine4ps, each at most once"},
+        Refusal{"snapshot.feeds = [\"ine3ps\"]",
+                "test.toml:1: feeds must be a list of shfe2ps, shfe4ps, ine2ps and ine4ps, each at most once"},
+        Refusal{"snapshot.segments = \"single\"",
+                "test.toml:1: segments must be one of \"bulk\" \"message\" \"packed\""},
+        Refusal{"snapshot.segment_bytes = 63",
+                "test.toml:1: segment_bytes must be a whole number from 64 to 1460"},
+        Refusal{"snapshot.message_bytes = 523",
+                "test.toml:1: message_bytes must be a whole number from 524 to 60000"},
+        Refusal{"snapshot.middle_flag = 1", "test.toml:1: middle_flag must not be 1, which ends a snapshot"},
+        Refusal{"snapshot.middle_flag = 256", "test.toml:1: middle_flag must be a whole number from 0 to 255"},
+        Refusal{"snapshot.split_at = 0", "test.toml:1: split_at must be a whole number from 1 to 2147483647"},
+        Refusal{"snapshot.first_seq = 4294967296",
+                "test.toml:1: first_seq must be a whole number from 0 to 4294967295"},
+        Refusal{"snapshot.quirky_cuts = 1.1", "test.toml:1: quirky_cuts must be a number from 0 to 1"},
+        Refusal{"snapshot.ports.shfe2ps = 0", "test.toml:1: shfe2ps must be a whole number from 1 to 65535"},
+        Refusal{"snapshot.topics.shfe2ps = 32768",
+                "test.toml:1: shfe2ps must be a whole number from 0 to 32767"},
+        Refusal{"[impairments]\n\nlose = 1.5", "test.toml:3: lose must be a number from 0 to 1"},
+        Refusal{"[impairments]\nseed = -1",
+                "test.toml:2: seed must be a whole number from 0 to 9223372036854775807"},
         Refusal{"[channel.16]\ninstruments = []", "test.toml:1: channel \"16\" is none of 0 to 15"},
         Refusal{"[channel.-1]\ninstruments = []", "test.toml:1: channel \"-1\" is none of 0 to 15"},
         Refusal{"\n[channel.03]\ninstruments = []", "test.toml:2: channel \"03\" is none of 0 to 15"}));
@@ -245,6 +352,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Refusal{
                         "[channel.0]\ninstruments = [\"cu2501C750000000\"]",
                         "test.toml:2: \"cu2501C750000000\" is no identifier: cu with year and month is cu2501"},
+                    Refusal{"[snapshot.bad_prices]\ncrossed = [\"cu\", \"cu25\"]",
+                            "test.toml:2: \"cu25\" is no identifier: cu with year and month is cu2501"},
                     Refusal{"[hot]\ninstruments = [\"xx2501\"]",
                             "test.toml:2: \"xx2501\" names an unknown product, \"xx\""}));
 
@@ -380,6 +489,26 @@ TEST(Selection, DefaultScenarioGivesEveryFutureToEveryChannel) {
     const Selection selection = select(Scenario::defaults(), listing);
     EXPECT_EQ(selection.channel_bits(listing, listing.find("cu2501")->ref), 0xFFFFU);
     EXPECT_EQ(selection.channel_bits(listing, listing.find("cu2501C75000")->ref), 0U);
+}
+
+TEST(Selection, BadPricesAreThoseOfTheInstrumentsSelected) {
+    const Listing listing = full_listing();
+    const Scenario scenario = parse(
+        "seed = 6\nsnapshot.message_bytes = 999\n"
+        "[snapshot.bad_prices]\nnan = [\"sc2501TAS\", \"zz*\"]\ncrossed = [\"cu2501\", \"*TAS\"]");
+    const Selection selection = select(scenario, listing);
+    const SnapshotOptions options = snapshot_options(scenario, selection);
+    EXPECT_EQ(options.seed, 6U);
+    EXPECT_EQ(options.message_bytes, 999U);
+    std::vector<std::string> bad;
+    for (const BadPrice& price : options.bad_prices) {
+        bad.push_back(std::string(listing.at(price.ref).id()) + " " +
+                      std::string(kPriceFaultNames[name_index(price.fault)]));
+    }
+    EXPECT_THAT(bad, ElementsAre("cu2501 crossed", "sc2412TAS crossed", "sc2501TAS crossed", "sc2501TAS nan"));
+    ASSERT_EQ(selection.unmatched.size(), 1U);
+    EXPECT_EQ(selection.unmatched[0].entry.text, "zz*");
+    EXPECT_EQ(selection.unmatched[0].entry.line, 4U);
 }
 
 TEST(Selection, TheMarketMovesWhatIsHeard) {
