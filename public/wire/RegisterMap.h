@@ -76,7 +76,7 @@ constexpr uint32_t TABLE_CLOSE_ADDRESS = 0xFFFFFFFF; /**< with data 1: software 
 // Multicast addresses: SHFE then INE, IP then port, A line then B line.
 constexpr uint32_t REG_MCAST_IP = 0x11100;       /**< W: of SHFE's A line; the distances of the others follow */
 constexpr uint32_t REG_MCAST_INE = 1;            /**< from SHFE's register to INE's */
-constexpr uint32_t REG_MCAST_PORT_OFFSET = 2;    /**< from a line's IP register to its port's */
+constexpr uint32_t REG_MCAST_PORT = 0x11102;     /**< W: of SHFE's A line; at the same distances */
 constexpr uint32_t REG_MCAST_LINE_B = 4;         /**< from the A line's register to the B line's */
 constexpr uint32_t REG_SHFE_PACKET_NO = 0x11110; /**< W: packet number of the snapshot */
 constexpr uint32_t REG_INE_PACKET_NO = 0x11111;  /**< W: the same */

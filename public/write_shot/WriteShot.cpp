@@ -13,18 +13,14 @@ namespace {
 constexpr size_t SHOT_TEXT_SIZE = 256;
 
 /** Local date and time as they stand in names and headings. */
-struct ShotTime {
-    char szText[64] = {};
-
-    ShotTime() {
-        const time_t tNow = std::time(nullptr);
-        tm calendar{};
-        localtime_r(&tNow, &calendar);
-        std::snprintf(szText, sizeof(szText), "%04d%02d%02d_%02d%02d%02d", calendar.tm_year + 1900,
-                      calendar.tm_mon + 1, calendar.tm_mday, calendar.tm_hour, calendar.tm_min,
-                      calendar.tm_sec);
-    }
-};
+std::tm ShotTime() {
+    const time_t tNow = std::time(nullptr);
+    std::tm calendar{};
+    localtime_r(&tNow, &calendar);
+    calendar.tm_year += 1900;
+    calendar.tm_mon += 1;
+    return calendar;
+}
 
 /** The object's bytes as they lie in memory. */
 template <typename T>
@@ -40,10 +36,12 @@ CWriteShot* CWriteShot::GetInstance() {
 }
 
 void CWriteShot::CreateShotBinLog() {
-    const ShotTime shotTime;
+    const std::tm shotTime = ShotTime();
     ++m_bin_shot_cnt;
     char szName[SHOT_TEXT_SIZE] = {};
-    std::snprintf(szName, sizeof(szName), "kova_u50_dma_%s_%d.bin", shotTime.szText, m_bin_shot_cnt);
+    std::snprintf(szName, sizeof(szName), "kova_u50_dma_%04d%02d%02d_%02d%02d%02d_%d.bin", shotTime.tm_year,
+                  shotTime.tm_mon, shotTime.tm_mday, shotTime.tm_hour, shotTime.tm_min, shotTime.tm_sec,
+                  m_bin_shot_cnt);
 
     CloseShotBinLog();
     m_dmaBinfileStream.open(szName, std::ios::out | std::ios::app);
@@ -55,17 +53,21 @@ void CWriteShot::CreateShotBinLog() {
 
     // All of the buffer is written: readers of these files skip a heading of 256 bytes.
     char szHeading[SHOT_TEXT_SIZE] = {};
-    std::snprintf(szHeading, sizeof(szHeading), "***********Tcp shot start, %s, shot cnt is %d.************",
-                  shotTime.szText, m_bin_shot_cnt);
+    std::snprintf(szHeading, sizeof(szHeading),
+                  "***********Tcp shot start, %04d%02d%02d_%02d%02d%02d, shot cnt is %d.************",
+                  shotTime.tm_year, shotTime.tm_mon, shotTime.tm_mday, shotTime.tm_hour, shotTime.tm_min,
+                  shotTime.tm_sec, m_bin_shot_cnt);
     m_dmaBinfileStream.write(szHeading, sizeof(szHeading));
     m_dmaBinfileStream << std::endl;
 }
 
 void CWriteShot::CreateShotPcapLog() {
-    const ShotTime shotTime;
+    const std::tm shotTime = ShotTime();
     ++m_pcap_shot_cnt;
     char szName[SHOT_TEXT_SIZE] = {};
-    std::snprintf(szName, sizeof(szName), "kova_u50_dma_%s_%d.pcap", shotTime.szText, m_pcap_shot_cnt);
+    std::snprintf(szName, sizeof(szName), "kova_u50_dma_%04d%02d%02d_%02d%02d%02d_%d.pcap", shotTime.tm_year,
+                  shotTime.tm_mon, shotTime.tm_mday, shotTime.tm_hour, shotTime.tm_min, shotTime.tm_sec,
+                  m_pcap_shot_cnt);
 
     CloseShotPcapLog();
     m_dmaPcapfileStream.open(szName, std::ios::out | std::ios::binary);

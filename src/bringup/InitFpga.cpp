@@ -135,7 +135,7 @@ void CKovaShfeMdApiImpl::_WriteEachGroup(uint32_t nRegister, uint32_t nValue) {
 void CKovaShfeMdApiImpl::_WriteMulticasts() {
     for (const SMulticast& refMulticast : MULTICASTS) {
         const uint8_t nMaskBit = FEED_INFO[static_cast<size_t>(refMulticast.feed)].nMaskBit;
-        _SetRegIpAndPort(refMulticast.nIpReg, refMulticast.nIpReg + REG_MCAST_PORT_OFFSET,
+        _SetRegIpAndPort(refMulticast.nIpReg, refMulticast.nIpReg + (REG_MCAST_PORT - REG_MCAST_IP),
                          m_u50ConfigInfo.multiIpAndPort.*refMulticast.lpAddress,
                          (m_u50ConfigInfo.enabled_mask.enabled_mask & nMaskBit) != 0);
     }
