@@ -28,6 +28,7 @@ void SdkCalls::stop() {
     counts_.clear();
     failures_.clear();
     forbidden_writes_.clear();
+    answers_.clear();
     watched_.store(false, std::memory_order_relaxed);
 }
 
@@ -40,6 +41,13 @@ void SdkCalls::fail(std::string_view function, std::uint32_t n, int error) {
 void SdkCalls::forbid_write(std::uint32_t number, std::uint64_t value, int error) {
     const std::lock_guard guard(mutex_);
     forbidden_writes_[{number, value}] = error;
+    watched_.store(true, std::memory_order_relaxed);
+}
+
+void SdkCalls::answer_reads(std::uint32_t number, std::span<const std::uint32_t> values) {
+    const std::lock_guard guard(mutex_);
+    std::deque<std::uint32_t>& answers = answers_[number];
+    answers.insert(answers.end(), values.begin(), values.end());
     watched_.store(true, std::memory_order_relaxed);
 }
 
@@ -108,6 +116,17 @@ int SdkCalls::enter_register(const RegisterAccess& access) {
     }
     const auto forbidden = forbidden_writes_.find({access.number, access.value});
     return access.is_write && forbidden != forbidden_writes_.end() ? forbidden->second : 0;
+}
+
+std::uint64_t SdkCalls::answer(std::uint32_t number, std::uint64_t held) {
+    const std::lock_guard guard(mutex_);
+    const auto prepared = answers_.find(number);
+    if (prepared == answers_.end() || prepared->second.empty()) {
+        return held;
+    }
+    const std::uint32_t value = prepared->second.front();
+    prepared->second.pop_front();
+    return value;
 }
 
 void SdkCalls::created(std::string_view kind, std::int64_t count) {

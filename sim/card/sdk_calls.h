@@ -8,8 +8,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +44,8 @@ class SdkCalls {
     void fail(std::string_view function, std::uint32_t n, int error);
     /** Makes every write of this value to this register fail with `error` as errno. */
     void forbid_write(std::uint32_t number, std::uint64_t value, int error);
+    /** Answers the next reads of this register with these values, one each, whatever the card holds. */
+    void answer_reads(std::uint32_t number, std::span<const std::uint32_t> values);
 
     /** The calls recorded so far, each as the name and its telling arguments: "enyx_hw_filter_set_index(0)". */
     [[nodiscard]] std::vector<std::string> calls() const;
@@ -60,6 +64,8 @@ class SdkCalls {
     int enter(std::string_view function, std::string_view arguments = {});
     /** Notes a register access; the errno that it has to fail with, or 0. */
     int enter_register(const RegisterAccess& access);
+    /** What a read of this register yields: the next prepared answer, or what the card holds. */
+    [[nodiscard]] std::uint64_t answer(std::uint32_t number, std::uint64_t held);
     void created(std::string_view kind, std::int64_t count = 1);
     void destroyed(std::string_view kind, std::int64_t count = 1);
 
@@ -78,6 +84,7 @@ class SdkCalls {
     std::map<std::string, std::size_t, std::less<>> counts_;
     std::multimap<std::string, Failure, std::less<>> failures_;
     std::map<std::pair<std::uint32_t, std::uint64_t>, int> forbidden_writes_;
+    std::map<std::uint32_t, std::deque<std::uint32_t>> answers_;
     std::map<std::string, std::int64_t, std::less<>> alive_;
 };
 

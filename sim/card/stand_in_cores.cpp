@@ -124,7 +124,10 @@ int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_description* descrip
     }
     const auto number = static_cast<std::uint32_t>(description->byte_offset / kRegisterBytes);
     const CardLockScope scope(core->memory->lock);
-    const std::uint64_t held = kova::sim::read_register(*core->memory, number);
+    std::uint64_t held = kova::sim::read_register(*core->memory, number);
+    if (SdkCalls::is_watched()) [[unlikely]] {
+        held = SdkCalls::of_this_process().answer(number, held);
+    }
     *value = description->bit_size == 32 ? static_cast<std::uint32_t>(held) : held;
     return must_fail_access(*core, {.is_write = false, .number = number, .value = *value}) ? -1 : 0;
 }

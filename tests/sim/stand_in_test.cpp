@@ -329,6 +329,27 @@ TEST(SdkCalls, AForbiddenValueIsRefusedAndNotStored) {
     EXPECT_EQ(enyx_hw_write(opened.core, &description, 2), 0);
 }
 
+TEST(SdkCalls, PreparedAnswersComeInTheirOrderAndThenWhatTheCardHolds) {
+    InProcessCard card;
+    const OpenCore opened(0);
+    card.preset(0x11003, 7);
+    card.preset(0x11007, 8);
+    card.calls().answer_reads(0x11003, std::vector<std::uint32_t>{1, 0xFFFFFFFF});
+    card.calls().answer_reads(0x11003, std::vector<std::uint32_t>{2});
+    const auto read = [&opened](std::uint32_t number) {
+        const auto description = register_at(number);
+        std::uint64_t value = 0;
+        EXPECT_EQ(enyx_hw_read(opened.core, &description, &value), 0);
+        return value;
+    };
+    EXPECT_EQ(read(0x11003), 1U);
+    EXPECT_EQ(read(0x11007), 8U);
+    EXPECT_EQ(read(0x11003), 0xFFFFFFFFU);
+    EXPECT_EQ(read(0x11003), 2U);
+    EXPECT_EQ(read(0x11003), 7U);
+    EXPECT_EQ(card.calls().register_accesses().at(2).value, 0xFFFFFFFFU);
+}
+
 TEST(SdkCalls, EveryFunctionThatCanFailDoesWhenAsked) {
     const InProcessCard card;
     SdkCalls& calls = InProcessCard::calls();
