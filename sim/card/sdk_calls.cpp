@@ -4,6 +4,7 @@ namespace kova::sim {
 
 // One for all objects of the process, so not inline in the header.
 std::atomic<bool> SdkCalls::watched_{false};
+std::atomic<bool> SdkCalls::recording_calls_{false};
 
 SdkCalls& SdkCalls::of_this_process() {
     // Never destroyed: streams of static objects may close after it would be.
@@ -13,23 +14,35 @@ SdkCalls& SdkCalls::of_this_process() {
 
 void SdkCalls::start_recording() {
     const std::lock_guard guard(mutex_);
-    calls_.clear();
-    accesses_.clear();
-    counts_.clear();
-    is_recording_ = true;
+    forget_records();
+    recording_calls_.store(true, std::memory_order_relaxed);
+    is_recording_registers_ = true;
+    watched_.store(true, std::memory_order_relaxed);
+}
+
+void SdkCalls::start_recording_registers() {
+    const std::lock_guard guard(mutex_);
+    forget_records();
+    recording_calls_.store(false, std::memory_order_relaxed);
+    is_recording_registers_ = true;
     watched_.store(true, std::memory_order_relaxed);
 }
 
 void SdkCalls::stop() {
     const std::lock_guard guard(mutex_);
-    is_recording_ = false;
-    calls_.clear();
-    accesses_.clear();
-    counts_.clear();
+    forget_records();
+    recording_calls_.store(false, std::memory_order_relaxed);
+    is_recording_registers_ = false;
     failures_.clear();
     forbidden_writes_.clear();
     answers_.clear();
     watched_.store(false, std::memory_order_relaxed);
+}
+
+void SdkCalls::forget_records() {
+    calls_.clear();
+    accesses_.clear();
+    counts_.clear();
 }
 
 void SdkCalls::fail(std::string_view function, std::uint32_t n, int error) {
@@ -89,9 +102,12 @@ int SdkCalls::enter(std::string_view function, std::string_view arguments) {
         return 0;
     }
     const std::lock_guard guard(mutex_);
-    if (is_recording_) {
+    if (is_recording_calls()) {
         calls_.push_back(std::string(function) + "(" + std::string(arguments) + ")");
         ++counts_[std::string(function)];
+    }
+    if (failures_.empty()) {
+        return 0;
     }
     int error = 0;
     auto [failure, end] = failures_.equal_range(function);
@@ -111,7 +127,7 @@ int SdkCalls::enter_register(const RegisterAccess& access) {
         return 0;
     }
     const std::lock_guard guard(mutex_);
-    if (is_recording_) {
+    if (is_recording_registers_) {
         accesses_.push_back(access);
     }
     const auto forbidden = forbidden_writes_.find({access.number, access.value});

@@ -35,8 +35,13 @@ class SdkCalls {
     /** Whether any of what follows has been asked for. */
     [[nodiscard]] static bool is_watched() { return watched_.load(std::memory_order_relaxed); }
 
+    /** Whether somebody wants to know the calls' arguments. */
+    [[nodiscard]] static bool is_recording_calls() { return recording_calls_.load(std::memory_order_relaxed); }
+
     /** Starts recording calls and register accesses, from nothing. */
     void start_recording();
+    /** Starts recording register accesses alone, which is cheap enough for millions of them. */
+    void start_recording_registers();
     /** Forgets records and failures still to come, and stops watching. */
     void stop();
 
@@ -75,10 +80,13 @@ class SdkCalls {
         int error;
     };
 
+    void forget_records();
+
     static std::atomic<bool> watched_;
+    static std::atomic<bool> recording_calls_;
 
     mutable std::mutex mutex_;
-    bool is_recording_ = false;
+    bool is_recording_registers_ = false;
     std::vector<std::string> calls_;
     std::vector<RegisterAccess> accesses_;
     std::map<std::string, std::size_t, std::less<>> counts_;

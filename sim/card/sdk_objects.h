@@ -71,7 +71,9 @@ template <typename... Arguments>
 [[nodiscard, gnu::cold, gnu::noinline]] bool must_watched_call_fail(std::string_view function,
                                                                     const Arguments&... arguments) {
     std::string text;
-    ((text += (text.empty() ? "" : ", ") + text_of(arguments)), ...);
+    if (SdkCalls::is_recording_calls()) {
+        ((text += (text.empty() ? "" : ", ") + text_of(arguments)), ...);
+    }
     const int error = SdkCalls::of_this_process().enter(function, text);
     if (error != 0) {
         errno = error;

@@ -23,7 +23,7 @@ inline sim::RegisterAccess read_of(std::uint32_t number, std::uint64_t value) {
 }
 
 /** Adds one trace to another. */
-inline void operator+=(AccessTrace& trace, const AccessTrace& more) {
+inline void append(AccessTrace& trace, const AccessTrace& more) {
     trace.insert(trace.end(), more.begin(), more.end());
 }
 

@@ -309,6 +309,21 @@ TEST(SdkCalls, CallsAreRecordedWithTheirTellingArguments) {
                             "enyx_hw_filter_set_name(CUSTOM_CHAN0_DATA)", "enyx_hw_filter_destroy()"));
 }
 
+TEST(SdkCalls, RegisterAccessesCanBeRecordedAlone) {
+    const InProcessCard card;
+    const OpenCore opened(0);
+    InProcessCard::calls().start_recording_registers();
+    const auto description = register_at(0x10);
+    EXPECT_EQ(enyx_hw_write(opened.core, &description, 1), 0);
+    EXPECT_THAT(InProcessCard::calls().calls(), IsEmpty());
+    EXPECT_EQ(InProcessCard::calls().count("enyx_hw_write"), 0U);
+    EXPECT_EQ(InProcessCard::calls().register_accesses().size(), 1U);
+    InProcessCard::calls().start_recording();
+    EXPECT_EQ(InProcessCard::calls().register_accesses().size(), 0U);
+    EXPECT_EQ(enyx_hw_write(opened.core, &description, 1), 0);
+    EXPECT_EQ(InProcessCard::calls().count("enyx_hw_write"), 1U);
+}
+
 TEST(SdkCalls, ObjectsAreCountedUntilTheyAreDestroyed) {
     const InProcessCard card;
     enyx_hw_filter* filter = enyx_hw_filter_create();
