@@ -387,7 +387,7 @@ TEST_F(ParseMdqpTest, AFeedThatIsNoneIsRefusedAndToldEveryTime) {
 TEST_F(ParseMdqpTest, TheCountIsOnePastTheHighestNumberSeen) {
     parse(MdqpMessage().inst_info({.inst_no = 5}));
     EXPECT_THAT(counts(), ElementsAre(6, 0, 0, 0));
-    parse(MdqpMessage().inst_info({.inst_no = 2}).inst_info({.inst_no = 5}));
+    parse(MdqpMessage().inst_info({.inst_no = 5}).inst_info({.inst_no = 2}));
     EXPECT_THAT(counts(), ElementsAre(6, 0, 0, 0));
     parse(MdqpMessage().inst_info({.inst_no = 6}));
     EXPECT_THAT(counts(), ElementsAre(7, 0, 0, 0));

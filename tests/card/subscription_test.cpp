@@ -364,6 +364,7 @@ TEST_F(UnsubscribeTest, OtherChannelsStay) {
 
 TEST_F(UnsubscribeTest, OnlyFiveBitsOfAChannelCount) {
     EXPECT_EQ(trace_of(0x80000006, 33), (AccessTrace{write_of(0x21005, 0x80000004), write_of(0x21004, 0)}));
+    EXPECT_EQ(trace_of(0x80020002, 17), (AccessTrace{write_of(0x21005, 0x80000002), write_of(0x21004, 0)}));
 }
 
 TEST_F(UnsubscribeTest, WithoutRowsNothingIsTouched) {
