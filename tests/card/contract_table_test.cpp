@@ -5,12 +5,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -26,6 +24,7 @@ using kova::test::Strings;
 using kova::test::write_of;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 using ::testing::StartsWith;
 
 constexpr std::uint32_t kWriteAddr = 0x11000;
@@ -383,48 +382,80 @@ class ContractTablesTest : public kova::test::EngineTest {
  protected:
     void SetUp() override {
         start_with_callback(5);
-        sdk().stop();  // millions of accesses are too many to keep
+        sdk().stop();  // five million accesses are too many to keep
+        std::memset(&card->memory().tables, 0xEE, sizeof(card->memory().tables));
         U50InstTable& tables = EngineAccess::inst_table(*engine);
-        fill(tables.shfe2psInstTable.rows[0], "first", 0x0A000001);
-        fill(tables.shfe4psInstTable.rows[0], "second", 0x0A000002);
-        fill(tables.ine2psInstTable.rows[0], "third", 0x0A000003);
-        fill(tables.ine4psInstTable.rows[0], "fourth", 0x0A000004);
+        for (SInstTableType* rows : {tables.shfe2psInstTable.rows, tables.shfe4psInstTable.rows,
+                                     tables.ine2psInstTable.rows, tables.ine4psInstTable.rows}) {
+            rows[0] = rows[1] = row_of_distinct_values();
+        }
+        std::memcpy(tables.shfe2psInstTable.rows[0].inst_id, "first", 6);
+        std::memcpy(tables.shfe4psInstTable.rows[0].inst_id, "second", 7);
+        std::memcpy(tables.ine2psInstTable.rows[0].inst_id, "third", 6);
+        std::memcpy(tables.ine4psInstTable.rows[0].inst_id, "fourth", 7);
         EngineAccess::inst_count(*engine) = {1, 0x100000001, 1, 1};  // only the low half of a count counts
-        // A refused write is told, and so tells that it happened.
-        sdk().forbid_write(0x11001, 0x0A000001, EIO);
-        sdk().forbid_write(0x21001, 0x0A000002, EIO);
-        sdk().forbid_write(0x11005, 0x0A000003, EIO);
-        sdk().forbid_write(0x21005, 0x0A000004, EIO);
     }
 
-    static void fill(SInstTableType& row, std::string_view inst_id, std::int32_t price_tick) {
-        inst_id.copy(row.inst_id, sizeof(row.inst_id));
-        row.price_tick = price_tick;
-    }
-
-    /** Lines of writing all tables, those of rows up to their identifier. */
-    Strings lines_with_enabled(std::uint8_t mask) {
+    void write_with_enabled(std::uint8_t mask) {
         EngineAccess::config(*engine).enabled_mask.enabled_mask = mask;
         EngineAccess::write_contract_tables(*engine);
+    }
+
+    /** Lines up to the identifier of a row. */
+    Strings line_heads() {
         Strings lines = new_log();
         for (std::string& line : lines) {
             line.resize(std::min(line.size(), line.find(",price_tick")));
         }
         return lines;
     }
+
+    /** The first row of a table of the card, and how many bytes behind it are not zero. */
+    template <typename Table>
+    static std::pair<std::string, std::ptrdiff_t> summary(const Table& table) {
+        const auto* const bytes = reinterpret_cast<const char*>(table.data());
+        return {table[0].inst_id[0] == '\xEE' ? "untouched" : table[0].inst_id,
+                std::count_if(bytes + 256, bytes + sizeof(table), [](char byte) { return byte != 0; })};
+    }
+    std::vector<std::pair<std::string, std::ptrdiff_t>> card_tables() {
+        const kova::sim::ContractTables& tables = card->memory().tables;
+        return {summary(tables.shfe_2ps), summary(tables.shfe_4ps), summary(tables.ine_2ps),
+                summary(tables.ine_4ps)};
+    }
 };
 
-TEST_F(ContractTablesTest, AllTablesAreWrittenInTheOrderOfTheFeedsAndEnabledOnesFilled) {
-    EXPECT_THAT(
-        lines_with_enabled(0x05),
-        ElementsAre("[E][WriteRegister]enyx_hw_write failed", "[D][_WriteContractTable]index:0,inst_id:first",
-                    "[D][_WriteContractTable]index:0,inst_id:second", "[E][WriteRegister]enyx_hw_write failed",
-                    "[D][_WriteContractTable]index:0,inst_id:third",
-                    "[D][_WriteContractTable]index:0,inst_id:fourth"));
-    EXPECT_EQ(card.written(0x11000), 1048575U);  // 16384 x 64 - 1
-    EXPECT_EQ(card.written(0x21000), 1048575U);
-    EXPECT_EQ(card.written(0x11004), 262143U);  // 4096 x 64 - 1
-    EXPECT_EQ(card.written(0x21004), 262143U);
+TEST_F(ContractTablesTest, TablesAreWrittenInTheOrderOfTheFeedsAndOnlyEnabledOnesFilled) {
+    write_with_enabled(0x05);
+    EXPECT_THAT(card_tables(),
+                ElementsAre(Pair("first", 0), Pair("untouched", 0), Pair("third", 0), Pair("untouched", 0)));
+    EXPECT_THAT(line_heads(), ElementsAre("[D][_WriteContractTable]index:0,inst_id:first",
+                                          "[D][_WriteContractTable]index:0,inst_id:second",
+                                          "[D][_WriteContractTable]index:0,inst_id:third",
+                                          "[D][_WriteContractTable]index:0,inst_id:fourth"));
+    const SInstTableType expected = EngineAccess::peek_inst_table(*engine).ine2psInstTable.rows[0];
+    EXPECT_EQ(std::memcmp(card->memory().tables.ine_2ps.data(), &expected, sizeof(expected)), 0);
+}
+
+TEST_F(ContractTablesTest, TheConfiguredRowIsMadeWrongInEveryTableThatHasIt) {
+    EngineAccess::inst_count(*engine) = {0, 1, 1, 1};
+    EngineAccess::config(*engine).debug_flag = true;
+    EngineAccess::config(*engine).error_instno = 0;
+    EngineAccess::config(*engine).error_case = 2;
+    write_with_enabled(0x0A);
+    EXPECT_THAT(line_heads(), ElementsAre("[D][_WriteContractTable]error_instno:0,inst_id:second",
+                                          "[W][_WriteContractTable]debug mode error_case:2",
+                                          "[D][_WriteContractTable]index:0,inst_id:second",
+                                          "[D][_WriteContractTable]error_instno:0,inst_id:third",
+                                          "[W][_WriteContractTable]debug mode error_case:2",
+                                          "[D][_WriteContractTable]index:0,inst_id:third",
+                                          "[D][_WriteContractTable]error_instno:0,inst_id:fourth",
+                                          "[W][_WriteContractTable]debug mode error_case:2",
+                                          "[D][_WriteContractTable]index:0,inst_id:fourth"));
+    EXPECT_THAT(card_tables(),
+                ElementsAre(Pair("", 0), Pair("second", 0), Pair("untouched", 0), Pair("fourth", 0)));
+    EXPECT_EQ(card->memory().tables.shfe_4ps[0].bid1_price, 0);
+    EXPECT_EQ(card->memory().tables.ine_4ps[0].bid2_vol, 0U);
+    EXPECT_EQ(card->memory().tables.ine_4ps[0].bid2_price, 1013);
 }
 
 }  // namespace

@@ -593,6 +593,36 @@ TEST_F(SubscribeManagerTest, AnOptionIsSubscribedOnlyByAChannelThatWantsOptions)
     EXPECT_EQ(first_difference(sdk().register_accesses(), unsubscribed), -1);
 }
 
+// On the card's own tables.
+
+TEST_F(SubscribeManagerTest, ChannelsComeAndGoInTheTablesOfTheCard) {
+    card.preset(0x1F14, 3);
+    card.preset(0x1F15, 1);
+    kova::sim::ContractTables& tables = card->memory().tables;
+    std::memcpy(tables.shfe_2ps[0].inst_id, "cu2401", 7);
+    std::memcpy(tables.shfe_2ps[1].inst_id, "cu2401C60000", 13);
+    std::memcpy(tables.shfe_2ps[2].inst_id, "al2401", 7);
+    std::memcpy(tables.shfe_4ps[2].inst_id, "al2401", 7);
+    std::memcpy(tables.ine_2ps[0].inst_id, "scTAS1", 7);
+    const auto words = [&tables] {
+        return std::vector<std::uint32_t>{tables.shfe_2ps[0].config, tables.shfe_2ps[1].config,
+                                          tables.shfe_2ps[2].config, tables.shfe_4ps[2].config,
+                                          tables.ine_2ps[0].config};
+    };
+    channel(0).insts.UnSafeCopyFrom("cu");
+    channel(7).insts.UnSafeCopyFrom("al2401,cu2401,sc");
+    channel(7).options = true;
+    for (int number = 0; number < 16; ++number) {
+        EngineAccess::subscribe_manager(*engine, number);
+    }
+    EXPECT_THAT(words(), ElementsAre(0x80000081, 0x80000080, 0x80000080, 0x80000080, 0xC0000080));
+    EXPECT_STREQ(EngineAccess::peek_inst_table(*engine).shfe2psInstTable.rows[1].inst_id, "cu2401C60000");
+
+    channel(7).insts.UnSafeCopyFrom("");
+    EngineAccess::subscribe_manager(*engine, 7);
+    EXPECT_THAT(words(), ElementsAre(0x80000001, 0, 0, 0, 0xC0000000));
+}
+
 // Counts beyond the tables.
 
 TEST_F(SubscribeManagerTest, TooManyShfeRowsAreCutToTheTable) {
