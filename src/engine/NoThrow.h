@@ -16,7 +16,7 @@
  */
 // The runtime hands a cancellation over as a reference to nothing, which a sanitizer would report.
 template <typename TOperation>
-[[gnu::no_sanitize("undefined")]] int32_t CallNoThrow(TOperation&& operation, int32_t nFailed) {
+__attribute__((no_sanitize("undefined"))) int32_t CallNoThrow(TOperation&& operation, int32_t nFailed) {
     try {
         return operation();
     } catch (abi::__forced_unwind&) {
