@@ -24,7 +24,7 @@ struct CaptureReading {
 
 /** Reads to the end or to the damage; `look_at` sees each record. */
 template <typename LookAt>
-CaptureReading read_through(sim::CaptureFile& capture, const LookAt& look_at) {
+CaptureReading read_through(sim::CaptureFile& capture, LookAt& look_at) {
     CaptureReading reading;
     try {
         while (const auto record = capture.next()) {
@@ -44,7 +44,7 @@ CaptureReading read_through(sim::CaptureFile& capture, const LookAt& look_at) {
 
 /** Capture: a kind of capture, opened by its path. */
 template <typename Capture, typename LookAt>
-void read_twice(const std::uint8_t* data, std::size_t size, const LookAt& look_at) {
+void read_twice(const std::uint8_t* data, std::size_t size, LookAt look_at) {
     static const MemoryFile file;
     file.write(data, size);
     try {
