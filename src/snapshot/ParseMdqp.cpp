@@ -102,6 +102,49 @@ void LogFinished(EMDQPDataType feed, uint64_t nCount) {
     }
 }
 
+/** Whether the feed has a table and the number is not behind its end. */
+constexpr bool IsBelowTableEnd(EMDQPDataType feed, int32_t nInstNo) {
+    return static_cast<size_t>(feed) < FEED_INFO.size() &&
+           nInstNo < FEED_INFO[static_cast<size_t>(feed)].nRowCount;
+}
+
+/** Apart from the test, which is made for every field and belongs into the loop over them. */
+[[gnu::cold, gnu::noinline]] void LogRefusedInstNo(EMDQPDataType feed, int32_t nInstNo) {
+    constexpr const char* FUNCTION = "_ProtectInstNo";
+    if (IsShfe(feed)) {
+        if (Disarm(shfe_cnt_flag)) {
+            KOVA_LOG_AS(LOG_WARNING, FUNCTION, "shfe inst_no[%d] is out of range [%d]", nInstNo,
+                        static_cast<int>(INST_SHFE_TABLE_SIZE));
+        }
+        return;
+    }
+    if (IsIne(feed)) {
+        if (Disarm(ine_cnt_flag)) {
+            KOVA_LOG_AS(LOG_WARNING, FUNCTION, "ine inst_no[%d] is out of range  [%d]", nInstNo,
+                        static_cast<int>(INST_INE_TABLE_SIZE));
+        }
+        return;
+    }
+    KOVA_LOG_AS(LOG_INFO, FUNCTION, "refMDQPDataType is error, %d.", feed);
+}
+
+/**
+ * The number that a date's text begins with, as atoi reads it. Eight digits are read at once, for there is a
+ * date with every instrument: first the digits of each pair are joined, then the pairs, then the halves.
+ */
+int32_t ParseDay(const char (&szDay)[9]) {
+    uint64_t nDigits;
+    std::memcpy(&nDigits, szDay, sizeof(nDigits));
+    nDigits -= 0x3030303030303030;
+    const bool isAllDigits = ((nDigits | (nDigits + 0x7676767676767676)) & 0x8080808080808080) == 0;
+    if (!isAllDigits) [[unlikely]] {
+        return CUstCharArray<sizeof(szDay)>::BuffCast(szDay).ToInt32();
+    }
+    nDigits = (nDigits * 10 + (nDigits >> 8)) & 0x00FF00FF00FF00FF;
+    nDigits = (nDigits * 100 + (nDigits >> 16)) & 0x0000FFFF0000FFFF;
+    return static_cast<int32_t>((nDigits * 10000 + (nDigits >> 32)) & 0xFFFFFFFF);
+}
+
 }  // namespace
 
 int CKovaShfeMdApiImpl::_ParseMdqp(const mdqp_t* mdqp, unsigned short dstport,
@@ -175,27 +218,10 @@ void CKovaShfeMdApiImpl::_FinishFeed(EMDQPDataType feed, uint16_t nPort) {
 }
 
 int CKovaShfeMdApiImpl::_ProtectInstNo(const EMDQPDataType& refMDQPDataType, int& inst_no) {
-    if (IsShfe(refMDQPDataType)) {
-        if (inst_no < static_cast<int>(INST_SHFE_TABLE_SIZE)) {
-            return 1;
-        }
-        if (Disarm(shfe_cnt_flag)) {
-            KOVA_LOG(LOG_WARNING, "shfe inst_no[%d] is out of range [%d]", inst_no,
-                     static_cast<int>(INST_SHFE_TABLE_SIZE));
-        }
-        return 0;
+    if (IsBelowTableEnd(refMDQPDataType, inst_no)) [[likely]] {
+        return 1;
     }
-    if (IsIne(refMDQPDataType)) {
-        if (inst_no < static_cast<int>(INST_INE_TABLE_SIZE)) {
-            return 1;
-        }
-        if (Disarm(ine_cnt_flag)) {
-            KOVA_LOG(LOG_WARNING, "ine inst_no[%d] is out of range  [%d]", inst_no,
-                     static_cast<int>(INST_INE_TABLE_SIZE));
-        }
-        return 0;
-    }
-    KOVA_LOG(LOG_INFO, "refMDQPDataType is error, %d.", refMDQPDataType);
+    LogRefusedInstNo(refMDQPDataType, inst_no);
     return 0;
 }
 
@@ -295,7 +321,7 @@ int CKovaShfeMdApiImpl::_FieldID0102(const deal_info_t& deal_info, const EMDQPDa
 }
 
 void CKovaShfeMdApiImpl::_TakeTradingDay(const char (&szActionDay)[9]) {
-    m_tradingDay = std::max(m_tradingDay, CUstCharArray<sizeof(szActionDay)>::BuffCast(szActionDay).ToInt32());
+    m_tradingDay = std::max(m_tradingDay, ParseDay(szActionDay));
 }
 
 int CKovaShfeMdApiImpl::_FieldID0103(const price_detail_t& price_detail, const EMDQPDataType& refMDQPDataType,
