@@ -11,8 +11,6 @@
  */
 
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstddef>
@@ -32,6 +30,7 @@
 #include "bench/hand_made_chain.h"
 #include "bench/sample_message.h"
 #include "bench/sdk_stream.h"
+#include "bench/silenced_output.h"
 #include "bench/statistics.h"
 #include "bench/tsc_clock.h"
 #include "sim/card/card.h"
@@ -48,28 +47,6 @@ constexpr std::size_t kDefaultRepeats = 21;
 
 // Counter in which a run hands over the median of its sections.
 constexpr const char* kPerCall = "ns_per_call";
-
-// Puts standard output away while the library says its lines there.
-class SilencedOutput {
- public:
-    SilencedOutput() : kept_(dup(STDOUT_FILENO)) {
-        std::fflush(stdout);
-        const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (kept_ < 0 || nothing < 0 || dup2(nothing, STDOUT_FILENO) < 0) {
-            throw std::runtime_error("standard output cannot be redirected");
-        }
-        close(nothing);
-    }
-    ~SilencedOutput() {
-        dup2(kept_, STDOUT_FILENO);
-        close(kept_);
-    }
-    SilencedOutput(const SilencedOutput&) = delete;
-    SilencedOutput& operator=(const SilencedOutput&) = delete;
-
- private:
-    int kept_;
-};
 
 // The kinds of receiver: each takes one message a call, if there is one, and adds its change number to a sum.
 

@@ -16,19 +16,6 @@ namespace {
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-enyx_hw_accelerator* open_accelerator(std::uint32_t card) {
-    enyx_hw_filter* filter = enyx_hw_filter_create();
-    enyx_hw_accelerator_descriptor* descriptor = nullptr;
-    enyx_hw_accelerator* accelerator = nullptr;
-    if (filter != nullptr && enyx_hw_filter_set_index(filter, card) == 0 &&
-        enyx_hw_enumerate_accelerators(filter, &descriptor, 1) == 1) {
-        accelerator = enyx_hw_accelerator_get(descriptor);
-        enyx_hw_free_accelerator_descriptors(&descriptor, 1);
-    }
-    enyx_hw_filter_destroy(filter);
-    return accelerator;
-}
-
 enyx_hw_a2c_stream* open_stream(enyx_hw_accelerator* accelerator, std::uint32_t channel) {
     const std::string name = "CUSTOM_CHAN" + std::to_string(channel) + "_DATA";
     enyx_hw_filter* filter = enyx_hw_filter_create();
@@ -45,11 +32,24 @@ enyx_hw_a2c_stream* open_stream(enyx_hw_accelerator* accelerator, std::uint32_t 
 
 }  // namespace
 
-SdkStream::SdkStream(std::uint32_t card, std::uint32_t channel) {
-    enyx_hw_accelerator* accelerator = open_accelerator(card);
+enyx_hw_accelerator* open_accelerator(std::uint32_t card) {
+    enyx_hw_filter* filter = enyx_hw_filter_create();
+    enyx_hw_accelerator_descriptor* descriptor = nullptr;
+    enyx_hw_accelerator* accelerator = nullptr;
+    if (filter != nullptr && enyx_hw_filter_set_index(filter, card) == 0 &&
+        enyx_hw_enumerate_accelerators(filter, &descriptor, 1) == 1) {
+        accelerator = enyx_hw_accelerator_get(descriptor);
+        enyx_hw_free_accelerator_descriptors(&descriptor, 1);
+    }
+    enyx_hw_filter_destroy(filter);
     if (accelerator == nullptr) {
         fail("card " + std::to_string(card));
     }
+    return accelerator;
+}
+
+SdkStream::SdkStream(std::uint32_t card, std::uint32_t channel) {
+    enyx_hw_accelerator* accelerator = open_accelerator(card);
     stream_ = open_stream(accelerator, channel);
     if (stream_ == nullptr) {
         fail("channel " + std::to_string(channel));

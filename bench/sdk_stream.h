@@ -1,4 +1,4 @@
-/** What both benchmarks need to receive from a card: an open stream of the SDK, and the library's
+/** What benchmarks need to work with a card: an accelerator or an open stream of the SDK, and the library's
  * configuration. */
 #ifndef KOVA_BENCH_SDK_STREAM_H
 #define KOVA_BENCH_SDK_STREAM_H
@@ -9,6 +9,9 @@
 #include <string>
 
 namespace kova::bench {
+
+/** The accelerator of a card. Throws std::runtime_error when there is none. */
+[[nodiscard]] enyx_hw_accelerator* open_accelerator(std::uint32_t card);
 
 /** A card-to-host stream, opened as the library opens it. Throws std::runtime_error when it cannot be. */
 class SdkStream {
