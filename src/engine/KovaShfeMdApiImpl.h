@@ -42,6 +42,7 @@
 #include "reg/DrvRegEnyx.h"
 #include "signal/SignalProcess.h"
 #include "snapshot/DstPort.h"
+#include "snapshot/SnapshotDirt.h"
 #include "snapshot/TcpSegment.h"
 #include "snapshot/TcpSession.h"
 #include "util/USTOptional.h"
@@ -222,7 +223,7 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
     /** 1 when the feed's table has a row of this number or a lower one, 0 when not; tells the first time. */
     static int _ProtectInstNo(const EMDQPDataType& refMDQPDataType, int& inst_no);
 
-    /** Row of an instrument; null when its feed's table has none. */
+    /** Row of an instrument, to be written; null when its feed's table has none. */
     [[nodiscard]] SInstTableType* _FindInstRow(EMDQPDataType feed, int32_t nInstNo);
 
     // A field whose body may reach past the message's end, which is null then.
@@ -253,9 +254,9 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
      * nothing. */
     static void _Cleandata(CKovaShfeMdApiImpl& refMdApi) noexcept;
 
-    /** To be called before anything is written into m_sessions or m_u50InstTable: without it _Cleandata skips
-     * them. */
-    void _MarkSnapshotDirty() noexcept { m_isSnapshotDirty = true; }
+    /** To be called before anything is written anywhere into m_sessions or m_u50InstTable: _Cleandata skips
+     * what m_snapshotDirt does not name. */
+    void _MarkSnapshotDirty() noexcept;
 
     // 6. Instruments. Register arguments are one table's; counts and indices are rows.
 
@@ -339,8 +340,8 @@ class CKovaShfeMdApiImpl final : public CKovaShfeMdApi, public CSignalProcess {
     std::set<std::string> m_setPriceErrorInstId;
     bool m_isStopflag = false;
 
-    /** Something may stand in m_sessions or m_u50InstTable. */
-    bool m_isSnapshotDirty = false;
+    /** What _Cleandata has to clean. */
+    SSnapshotDirt m_snapshotDirt;
 
     /** Memory ran out while the snapshot was taken. */
     bool m_isSnapshotFailed = false;

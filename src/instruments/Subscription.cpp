@@ -27,14 +27,14 @@ int CKovaShfeMdApiImpl::_ContractSubscribeManager(int channelID) {
     uint32_t shfeInstCount = 0;
     uint32_t ineInstCount = 0;
     _ReadInstCounts(shfeInstCount, ineInstCount);
-    // Rows are read back into memory here, whether a snapshot left anything there or not.
-    _MarkSnapshotDirty();
     auto* const lpRows = reinterpret_cast<SInstTableType*>(&m_u50InstTable);
     for (size_t i = 0; i < FEED_INFO.size(); ++i) {
         const U50TableRegisters& refTable = FEED_INFO[i].table;
+        const auto nCount = static_cast<int>(i < INE_2PS ? shfeInstCount : ineInstCount);
+        // Rows are read back into memory here, whether a snapshot left anything there or not.
+        m_snapshotDirt.AddRows(i, nCount);
         _ContractUnsubscribe(lpRows + FEED_INFO[i].nFirstRow, refTable.nReadAddr, refTable.nReadData,
-                             refTable.nWriteAddr, refTable.nWriteData,
-                             static_cast<int>(i < INE_2PS ? shfeInstCount : ineInstCount), channelID);
+                             refTable.nWriteAddr, refTable.nWriteData, nCount, channelID);
     }
 
     std::vector<CUstCharArray<32>> vecPattern;

@@ -230,6 +230,7 @@ SInstTableType* CKovaShfeMdApiImpl::_FindInstRow(EMDQPDataType feed, int32_t nIn
     if (nInstNo < 0 || nInstNo >= refFeed.nRowCount) {
         return nullptr;
     }
+    m_snapshotDirt.AddRows(static_cast<size_t>(feed), nInstNo + 1);
     // The tables are counted through as one array of rows.
     auto* const lpRows = reinterpret_cast<SInstTableType*>(&m_u50InstTable);
     return lpRows + refFeed.nFirstRow + nInstNo;

@@ -115,7 +115,7 @@ void CKovaShfeMdApiImpl::_TakePacket(const uint8_t* lpPacket, uint32_t nRoom, ui
         KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "rst msg, Session closed dstport:%d", segment.nDstPort);
         return;
     }
-    _MarkSnapshotDirty();
+    m_snapshotDirt.AddSession(segment.nDstPort);
     if (m_sessions[segment.nDstPort].init == 0) {
         _OpenSession(segment);
         return;

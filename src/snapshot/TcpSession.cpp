@@ -1,8 +1,10 @@
 #include "snapshot/TcpSession.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "engine/KovaShfeMdApiImpl.h"
+#include "instruments/FeedInfo.h"
 
 void ResetSession(tcp_session_t& refSession) noexcept {
     for (tcp_lost_buf_t* lpLostBuf = refSession.lost_buf_head; lpLostBuf != nullptr;) {
@@ -19,13 +21,22 @@ void CKovaShfeMdApiImpl::_Cleandata(CKovaShfeMdApiImpl& refMdApi) noexcept {
     refMdApi.m_u50DstPort = {};
     refMdApi.m_u50InstCount = {};
     refMdApi.m_setPriceErrorInstId.clear();
-    // An application may go on calling a stopped receiver in a loop, and the rest is 13 MB.
-    if (!refMdApi.m_isSnapshotDirty) {
-        return;
+    SSnapshotDirt& refDirt = refMdApi.m_snapshotDirt;
+    for (uint32_t nPort = refDirt.nFirstPort; nPort < refDirt.nPortEnd; ++nPort) {
+        ResetSession(refMdApi.m_sessions[nPort]);
     }
-    for (tcp_session_t& refSession : refMdApi.m_sessions) {
-        ResetSession(refSession);
+    auto* const lpRows = reinterpret_cast<SInstTableType*>(&refMdApi.m_u50InstTable);
+    for (size_t i = 0; i < FEED_INFO.size(); ++i) {
+        const auto nRowEnd = static_cast<size_t>(refDirt.arrRowEnd[i]);
+        std::memset(lpRows + FEED_INFO[i].nFirstRow, 0, nRowEnd * sizeof(*lpRows));
     }
-    std::memset(&refMdApi.m_u50InstTable, 0, sizeof(refMdApi.m_u50InstTable));
-    refMdApi.m_isSnapshotDirty = false;
+    refDirt = {};
+}
+
+void CKovaShfeMdApiImpl::_MarkSnapshotDirty() noexcept {
+    for (size_t i = 0; i < FEED_INFO.size(); ++i) {
+        m_snapshotDirt.AddRows(i, FEED_INFO[i].nRowCount);
+    }
+    m_snapshotDirt.AddSession(0);
+    m_snapshotDirt.AddSession(TCP_SESSION_COUNT - 1);
 }

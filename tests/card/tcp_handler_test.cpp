@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -614,6 +615,32 @@ TEST_F(TcpHandlerTest, WithoutTheFlagNothingIsCaptured) {
         if (entry.path().extension() == ".pcap") {
             EXPECT_EQ(entry.file_size(), 24U);
         }
+    }
+}
+
+TEST_F(TcpHandlerTest, StartingOverFindsWhateverWasWrittenOfTheSnapshot) {
+    MdqpMessage first(0x11);
+    // Rows that no field but the one describes, at the tables' ends and in the middle.
+    first.snap(kShfe2ps, 7)
+        .deal_info({.inst_no = 16383, .last_price = 10})
+        .price_detail({.inst_no = 9000, .direction = '0', .price = 10, .volume = 1})
+        .tail();
+    send(first);
+    MdqpMessage other(0x11);
+    other.snap(kIne2ps, 7)
+        .order_statistics({.inst_no = 4095, .bid_volume = 3, .bid_amount = 1, .ask_volume = 4, .ask_amount = 1})
+        .tail();
+    take(Segment{.seq = 77, .payload = bytes_of(other), .dst_port = 22000});
+    ASSERT_NE(tables().shfe2psInstTable.rows[16383].last_price, 0);
+    ASSERT_NE(tables().shfe2psInstTable.rows[9000].bid1_price, 0);
+    ASSERT_NE(tables().ine2psInstTable.rows[4095].bid_volume, 0U);
+
+    EngineAccess::clean_data(*engine);
+    const auto* const begin = reinterpret_cast<const unsigned char*>(&tables());
+    EXPECT_TRUE(std::all_of(begin, begin + sizeof(U50InstTable), [](unsigned char byte) { return byte == 0; }));
+    for (const std::uint16_t port : {kPort, std::uint16_t{22000}}) {
+        const tcp_session_t zero{};
+        EXPECT_EQ(std::memcmp(&EngineAccess::peek_session(*engine, port), &zero, sizeof(zero)), 0) << port;
     }
 }
 
