@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks; about a minute. What they mean: docs/benchmarks.md.
+# Builds and runs the benchmarks; some three minutes. What they mean: docs/benchmarks.md.
 #
 #   scripts/bench.sh [--check] [--repeats N]     --check: fail when a goal is missed
 #
@@ -58,7 +58,8 @@ run() {
 
 ./scripts/bootstrap.sh build bench
 cmake --preset release -DKOVA_BUILD_BENCH=ON >/dev/null
-cmake --build --preset release --target kova_receive_benchmark kova_latency_benchmark
+cmake --build --preset release --target \
+  kova_receive_benchmark kova_latency_benchmark kova_snapshot_benchmark kova_table_benchmark
 mkdir -p "$out"
 
 missed=
@@ -69,6 +70,10 @@ load=$(cut -d ' ' -f 1-3 /proc/loadavg)
     "$build/bench/kova_latency_benchmark" --curves "$out/latency.dat" "${check[@]}" "${repeats[@]}"
   run 'Receive call in one process' \
     "$build/bench/kova_receive_benchmark" --summary "${check[@]}" "${repeats[@]}"
+  run 'From the messages of the snapshot to rows' \
+    "$build/bench/kova_snapshot_benchmark" --summary "${check[@]}" "${repeats[@]}"
+  run 'Contract tables and subscription' \
+    "$build/bench/kova_table_benchmark" --summary "${check[@]}" "${repeats[@]}"
 } >"$out/report.txt"
 cat "$out/report.txt"
 
