@@ -135,6 +135,9 @@ void handler_runs(const fs::path& folder) {
     corpus.add("early_frame",
                all_feeds + handled(kPayload, 0, opening(1000)) + handled(kPayload, half, more.substr(half)) +
                    handled(kPayload, half, more.substr(half)) + handled(kPayload, 0, more.substr(0, half)));
+    corpus.add("opened_anew_while_a_frame_waits",
+               all_feeds + handled(kPayload, 0, opening(1000)) + handled(kPayload, 999, more) +
+                   handled(kPayload, 0, last) + handled(kPayload, 0, opening(5000)));
     corpus.add("reset", all_feeds + handled(kPayload, 0, opening(1000)) + handled(kPayload | 0x10, 0, {}) +
                             handled(kPayload, 0, opening(1000)));
     corpus.add("other_peer_padding_and_cut",
