@@ -153,6 +153,29 @@ TEST(Crc32, EveryLengthAtEveryAlignmentAgreesWithTheDefinition) {
     }
 }
 
+TEST(Crc32, TheCoreAgreesWithTheOthersWhateverItTakesByteByByte) {
+    constexpr std::size_t kLongest = 300;
+    const std::vector<uint8_t> bytes = noise(kLongest);
+    alignas(8) std::array<uint8_t, kLongest + 8> buffer{};
+    for (std::size_t alignment = 0; alignment < 8; ++alignment) {
+        std::memcpy(buffer.data() + alignment, bytes.data(), kLongest);
+        for (std::size_t length = 1; length <= kLongest; ++length) {
+            uint32_t expected = 0x12345678;
+            ASSERT_EQ(
+                CCrc32().singletable_crc32c(expected, buffer.data() + alignment, static_cast<int32_t>(length)),
+                0);
+            for (uint32_t init_bytes = 0; init_bytes <= 8; ++init_bytes) {
+                uint32_t crc = 0x12345678;
+                ASSERT_EQ(CCrc32().crc32c_sb8_64_bit(crc, buffer.data() + alignment,
+                                                     static_cast<int32_t>(length), init_bytes),
+                          0);
+                ASSERT_EQ(crc, expected)
+                    << "length " << length << " alignment " << alignment << " by byte " << init_bytes;
+            }
+        }
+    }
+}
+
 TEST(Crc32, TwoPiecesGiveTheChecksumOfTheWhole) {
     const std::string text = "123456789";
     for (std::size_t cut = 1; cut < text.size(); ++cut) {
@@ -180,4 +203,18 @@ TEST(Crc32, TablesHoldTheStandardsEntries) {
     EXPECT_EQ(sctp_crc_tableil8_o72[1], 0xEF306B19U);
     EXPECT_EQ(sctp_crc_tableil8_o80[1], 0x68032CC8U);
     EXPECT_EQ(sctp_crc_tableil8_o88[1], 0x493C7D27U);
+}
+
+TEST(Crc32, EveryEntryAdvancesItsByteByTheTablesNumberOfPositions) {
+    const std::array<const Crc32TableType*, 8> tables = {
+        &sctp_crc_tableil8_o32, &sctp_crc_tableil8_o40, &sctp_crc_tableil8_o48, &sctp_crc_tableil8_o56,
+        &sctp_crc_tableil8_o64, &sctp_crc_tableil8_o72, &sctp_crc_tableil8_o80, &sctp_crc_tableil8_o88};
+    for (std::size_t positions = 0; positions < tables.size(); ++positions) {
+        for (std::size_t entry = 0; entry < 256; ++entry) {
+            std::array<uint8_t, 8> bytes{};
+            bytes[0] = static_cast<uint8_t>(entry);
+            ASSERT_EQ((*tables[positions])[entry], bitwise_crc(0, bytes.data(), positions + 1))
+                << "table " << positions << " entry " << entry;
+        }
+    }
 }
