@@ -14,9 +14,13 @@ class Allocations {
     /** Calls of operator new so far, in any thread. */
     [[nodiscard]] static std::uint64_t count();
 
+    /** What operator new has given out and nobody has given back, in any thread. */
+    [[nodiscard]] static std::int64_t alive();
+
     /**
      * While it lives, the n-th call of operator new (1 is the next) by this thread fails, and no other. What
-     * the card's SDK allocates does not count: it is C and reports a failure of its own.
+     * the card's SDK allocates does not count: it is C and reports a failure of its own. What a handler
+     * allocates that it calls does count.
      */
     class FailNth {
      public:
@@ -27,6 +31,15 @@ class Allocations {
 
         /** Whether that call has come. */
         [[nodiscard]] bool has_failed() const;
+    };
+
+    /** A handler runs, called by the card's SDK, while it lives. */
+    class InHandler {
+     public:
+        InHandler();
+        ~InHandler();
+        InHandler(const InHandler&) = delete;
+        InHandler& operator=(const InHandler&) = delete;
     };
 
     /** While it lives, every call of operator new for at least this many bytes by this thread fails. */

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "card/allocations.h"
 #include "dma/DrvDMAEnyx.h"
 
 #define KOVA_INTERPOSED extern "C" __attribute__((visibility("default")))
@@ -26,6 +27,18 @@ std::atomic<std::int64_t> slept_ns{0};
 std::atomic<std::int64_t> step_ns{0};
 std::atomic<std::uint64_t> poll_count{0};
 std::function<void(std::uint64_t)> before_each_poll;
+
+struct Handler {
+    enyx_hw_a2c_handler function;
+    void* opaque;
+};
+
+/** Calls the handler of a poll. */
+void call_handler(const unsigned char* message, unsigned int size, void* opaque) {
+    const auto* const handler = static_cast<const Handler*>(opaque);
+    const kova::test::Allocations::InHandler scope;
+    handler->function(message, size, handler->opaque);
+}
 
 void sleep_for(nanoseconds span) {
     slept_ns += span.count();
@@ -103,5 +116,6 @@ KOVA_INTERPOSED int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream, eny
     if (before_each_poll) {
         before_each_poll(number);
     }
-    return poll(stream, handler, opaque);
+    Handler context = {.function = handler, .opaque = opaque};
+    return poll(stream, &call_handler, &context);
 }

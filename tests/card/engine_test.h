@@ -34,7 +34,9 @@ using Strings = std::vector<std::string>;
 inline Strings read_log() {
     Strings lines;
     for (const auto& entry : std::filesystem::directory_iterator(".")) {
-        if (!entry.path().filename().string().starts_with("kova_u50_")) {
+        // Captures are named alike.
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with("kova_u50_") || name.starts_with("kova_u50_dma_")) {
             continue;
         }
         std::ostringstream text;
