@@ -38,6 +38,14 @@ struct EngineAccess {
     // 4. Bring-up.
     static int32_t check_and_bring_up(Engine& engine) { return engine._ChechAndKovaSubDmaUp(); }
     static int32_t bring_up(Engine& engine, uint32_t config_crc) { return engine._KovaSubDmaUp(config_crc); }
+    static int32_t config_crc(Engine& engine, uint32_t& config_crc) { return engine._GetConfigCrc(config_crc); }
+    static int init_fpga(Engine& engine) { return engine._InitFpga(); }
+    static int set_reg_ip_and_port(Engine& engine, uint32_t ip_reg, uint32_t port_reg,
+                                   const CAddressType& ip_and_port, bool is_enabled) {
+        return engine._SetRegIpAndPort(ip_reg, port_reg, ip_and_port, is_enabled);
+    }
+    static int start_dma_up(Engine& engine) { return engine._StartDmaUp(); }
+    static int check_sys_version(Engine& engine) { return engine.Chk_SysVersion(); }
 
     // 5. Snapshot.
     static void clean_data(Engine& engine) { Engine::_Cleandata(engine); }
@@ -80,6 +88,7 @@ struct EngineAccess {
         return engine._ContractSubscribe(table, is_enabled, read_addr_reg, read_data_reg, write_addr_reg,
                                          write_data_reg, inst_index, channel_id, instrument);
     }
+    static int write_static_info_file(Engine& engine) { return engine._InstStaticInfoWriteFile(); }
     static bool is_tas_inst(const std::string& inst_id) { return Engine::isShfeTasInst(inst_id); }
 
     // 7. Integrity.
@@ -90,6 +99,7 @@ struct EngineAccess {
     static bool check_event(Engine& engine, const U50Event& event) {
         return engine._CheckLostUdpPktHandler(event);
     }
+    static bool is_timeout_lost(Engine& engine, const U50Event& event) { return engine._IsTimeoutLost(event); }
 
     // Members.
     static CUSTOptional<CKovaShfeMdSpi>& spi(Engine& engine) { return engine.m_kovaShfeMdSpiOptional; }
