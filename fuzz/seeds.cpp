@@ -186,12 +186,12 @@ void reassembly_runs(const fs::path& folder) {
     // A message of 65,543 bytes that never ends, and 64 KiB of it.
     corpus.add("fragment_too_long", ByteString{0, 3, 0x11, 0xFF, 0xFF, 10, 6, 40, 9} + in_order(first));
     corpus.add("long_message_in_replay",
-               ByteString{0} + ByteString{4, 88, 0, 100, 1} + ByteString{3, 0x11, 0x00, 0x20, 10});
+               ByteString{8} + ByteString{4, 88, 0, 100, 1} + ByteString{3, 0x11, 0x00, 0x20, 10});
     // A header that is nobody's stays behind a message and grows by 70 frames of 1480 bytes that waited.
     corpus.add("fragment_too_long_in_replay",
-               ByteString{0} + ByteString{0x44, 28, 0, 35, 185} +
+               ByteString{8} + ByteString{0x44, 28, 0, 35, 185} +
                    in_order(first + ByteString{0x77, 0x32, 0xFF, 0xFF, 0, 0, 0, 0}));
-    corpus.add("501_early_frames", ByteString{0, 4, 100, 0, 255, 3});
+    corpus.add("501_early_frames", ByteString{8, 4, 100, 0, 255, 3});
     corpus.add("frames_with_options_padding_and_cut",
                ByteString{0, 0x38, 20} + first + ByteString{0x31, 5, 0, 4, 1, 2, 3, 4} + ByteString{7});
     corpus.add("numbers_wrap", ByteString{3, 6, 2, 0x11} + in_order(stream) + early(200, second));
