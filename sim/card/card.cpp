@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sim/card/contract_tables.h"
 #include "sim/card/registers.h"
 
 namespace kova::sim {
@@ -90,7 +91,7 @@ Card Card::power_on(std::uint32_t index, const CardOptions& options) {
     require_size(index, options);
     const auto name = card_memory_name(index);
     const NamedFile named = open_named(index, name.data());
-    CardMapping mapping = CardMapping::create(named.file, index, options.slots_log2);
+    CardMapping mapping = CardMapping::create(named.file, index, options);
     if (!mapping) {
         const int error = errno;
         shm_unlink(name.data());
@@ -105,7 +106,7 @@ Card Card::power_on_privately(std::uint32_t index, const CardOptions& options) {
     if (file < 0 || !try_lock_byte(file, kOwnerLockByte)) {
         refuse(index, std::strerror(errno));
     }
-    CardMapping mapping = CardMapping::create(file, index, options.slots_log2);
+    CardMapping mapping = CardMapping::create(file, index, options);
     if (!mapping) {
         refuse(index, std::strerror(errno));
     }
@@ -159,7 +160,8 @@ PushResult Card::push_quote(std::uint32_t channel, const KovaShfeMdType& quote) 
     });
 }
 
-PushResult Card::push_event(std::uint32_t channel, const std::array<std::uint32_t, 6>& words) {
+PushResult Card::push_event(std::uint32_t channel, const EventWords& words) {
+    count_event(memory().registers);
     const U50Event event{.dma_type = DMA_EVENT,
                          .dma_len = sizeof(U50Event) - sizeof(U50DmaHeader),
                          .event_data0 = words[0],
@@ -178,6 +180,9 @@ Routed Card::route_quote(EMDQPDataType feed, const KovaShfeMdType& quote) {
         return routed;
     }
     count_packet(card.registers, feed);
+    if (exchange_time_ != 0) {
+        show_update_time(card.registers, feed, exchange_time_);
+    }
     std::uint32_t channels =
         config_word(card.tables, feed, quote.inst_no).load(std::memory_order_relaxed) & kChannelBits;
     for (; channels != 0; channels &= channels - 1) {
@@ -254,6 +259,43 @@ bool Card::is_forwarding() const {
 
 std::uint64_t Card::forwarding_openings() const {
     return memory().forwarding.openings.load(std::memory_order_relaxed);
+}
+
+void Card::set_cycles(EMDQPDataType feed, std::uint64_t cycles) {
+    memory().exchange[static_cast<std::size_t>(feed)].cycles.store(cycles, std::memory_order_relaxed);
+}
+
+void Card::set_line_cut(EMDQPDataType feed, bool is_cut) {
+    memory().exchange[static_cast<std::size_t>(feed)].is_cut.store(is_cut, std::memory_order_relaxed);
+}
+
+bool Card::is_line_cut(EMDQPDataType feed) const {
+    return memory().exchange[static_cast<std::size_t>(feed)].is_cut.load(std::memory_order_relaxed);
+}
+
+void Card::set_memory_delay(const MemoryDelay& delay) {
+    sim::set_memory_delay(memory().behaviour, delay);
+}
+
+void Card::tick(std::int64_t now) {
+    if (memory_wait_.has_ended(memory(), now)) {
+        push_event(kEventChannel, memory_ready_event());
+    }
+    const SilenceWatch::Lanes silent = silence_.too_long(memory(), now);
+    for (std::size_t lane = 0; lane < silent.size(); ++lane) {
+        if (silent[lane]) {
+            push_event(kEventChannel, timeout_event(static_cast<EMDQPDataType>(lane)));
+        }
+    }
+}
+
+void Card::power_cycle() {
+    const CardLockScope scope(memory().lock);
+    forget_registers(memory().registers);
+    power_up_registers(memory());
+    forget_tables(memory());
+    memory_wait_.forget(memory());
+    silence_ = {};
 }
 
 void Card::set_row(EMDQPDataType feed, std::uint32_t inst_no, const SInstTableType& row) {

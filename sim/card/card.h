@@ -18,16 +18,13 @@
 #include <vector>
 
 #include "KovaShfeMdApi.h"
+#include "sim/card/card_events.h"
 #include "sim/card/card_mapping.h"
 #include "sim/card/card_memory.h"
+#include "sim/card/passing_time.h"
 #include "wire/DmaMessage.h"
 
 namespace kova::sim {
-
-struct CardOptions {
-    /** Slots of each card-to-host ring, as a power of two. A quote takes one slot of 192 bytes. */
-    std::uint32_t slots_log2 = 14;
-};
 
 /** Why a card could not be powered. */
 class CardError : public std::runtime_error {
@@ -81,7 +78,8 @@ class Card {
     /** Sends one message to a channel, at most kCardToHostMtu bytes. */
     PushResult push(std::uint32_t channel, std::span<const std::byte> message);
     PushResult push_quote(std::uint32_t channel, const KovaShfeMdType& quote);
-    PushResult push_event(std::uint32_t channel, const std::array<std::uint32_t, 6>& words);
+    /** Counts an event and sends it, which may be lost or unheard like any message. */
+    PushResult push_event(std::uint32_t channel, const EventWords& words);
 
     /** A quote from a feed: counted, and sent to every channel whose bit stands in the instrument's row. */
     Routed route_quote(EMDQPDataType feed, const KovaShfeMdType& quote);
@@ -105,6 +103,27 @@ class Card {
     /** Takes the next message that a client sent to the card, if there is one. */
     std::optional<std::vector<std::byte>> take_from_host(std::uint32_t channel);
 
+    /**
+     * Lets time pass: the memory gets ready, feeds that were silent for too long are told. Nanoseconds of a
+     * clock that never goes back; whoever powers the card calls it now and then, and a test when it likes.
+     */
+    void tick(std::int64_t now);
+    /** How long the memory takes, also when it is waited for already. */
+    void set_memory_delay(const MemoryDelay& delay);
+    /** The exchange's time, seconds since the epoch: when the packets to come have updated their feeds. */
+    void set_exchange_time(std::int64_t seconds) { exchange_time_ = seconds; }
+
+    /**
+     * Takes the card's power away for a moment: registers, tables and the checksum of the configuration are
+     * forgotten. The streams stay open, and what stands in them is delivered.
+     */
+    void power_cycle();
+
+    // What the exchange does, for whoever watches the card.
+    void set_cycles(EMDQPDataType feed, std::uint64_t cycles);
+    void set_line_cut(EMDQPDataType feed, bool is_cut);
+    [[nodiscard]] bool is_line_cut(EMDQPDataType feed) const;
+
     /** Finds streams whose reader was killed and closes them, so that their messages count as unheard. */
     void close_streams_of_dead_readers();
 
@@ -120,6 +139,9 @@ class Card {
     CardMapping mapping_;
     std::string name_;  // empty for a private card
     bool replaced_leftover_ = false;
+    MemoryWait memory_wait_;
+    SilenceWatch silence_;
+    std::int64_t exchange_time_ = 0;  // 0 until it is told
     std::vector<RingWriter> to_host_;
     std::vector<std::unique_ptr<RingReader>> from_host_;
 };

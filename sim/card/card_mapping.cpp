@@ -70,7 +70,8 @@ CardMapping& CardMapping::operator=(CardMapping&& other) noexcept {
     return *this;
 }
 
-CardMapping CardMapping::create(int file, std::uint32_t index, std::uint32_t slots_log2) {
+CardMapping CardMapping::create(int file, std::uint32_t index, const CardOptions& options) {
+    const std::uint32_t slots_log2 = options.slots_log2;
     const std::size_t bytes = card_bytes(slots_log2);
     if (ftruncate(file, static_cast<off_t>(bytes)) != 0) {
         return fail(file, errno);
@@ -86,7 +87,11 @@ CardMapping CardMapping::create(int file, std::uint32_t index, std::uint32_t slo
     identity.card_to_host_slots_log2 = slots_log2;
     identity.owner_process = static_cast<std::uint32_t>(getpid());
     format_lock(memory->lock);
-    power_up_registers(memory->registers);
+    CardBehaviour& behaviour = memory->behaviour;
+    set_memory_delay(behaviour, options.memory_delay);
+    behaviour.hardware_version.store(options.hardware_version, std::memory_order_relaxed);
+    behaviour.least_software.store(options.least_software, std::memory_order_relaxed);
+    power_up_registers(*memory);
     for (ChannelStreams& channel : memory->channels) {
         format_ring(channel.card_to_host, slots_log2, kCardToHostMtu);
         format_ring(channel.host_to_card, kHostToCardSlotsLog2, kHostToCardMtu);

@@ -27,7 +27,7 @@ class CardMapping {
     [[nodiscard]] int file() const { return file_; }
 
     /** Makes the memory of a new card in an empty file, which it takes over. */
-    static CardMapping create(int file, std::uint32_t index, std::uint32_t slots_log2);
+    static CardMapping create(int file, std::uint32_t index, const CardOptions& options);
 
     /** Maps a card that another program powers, from a file that it takes over. */
     static CardMapping attach(int file);

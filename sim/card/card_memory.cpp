@@ -23,6 +23,11 @@ struct flock byte_lock(std::uint64_t byte) {
 
 }  // namespace
 
+void set_memory_delay(CardBehaviour& behaviour, const MemoryDelay& delay) {
+    constexpr std::int64_t kNeverReady = -1;
+    behaviour.memory_delay.store(delay ? delay->count() : kNeverReady, std::memory_order_relaxed);
+}
+
 RingSlot* card_to_host_slots(CardMemory& memory, std::uint32_t channel) {
     return first_slot(memory) + channel * ring_slots(memory.identity.card_to_host_slots_log2);
 }

@@ -5,8 +5,8 @@
  * and runs the card's own logic on it for each register access. The layout has a version: a client of another
  * version is refused.
  *
- *     identity | lock | registers | contract tables | table ports | forwarding | mailbox | stream controls |
- *     rings, one after the other
+ *     identity | lock | behaviour | registers | contract tables | table ports | forwarding | exchange | mailbox
+ * | stream controls | rings, one after the other
  *
  * Who is alive is told by locks on bytes of the memory's file, which the kernel releases when a process ends in
  * whatever way: byte 0 belongs to the program that powers the card, byte 1 to whoever uses the mailbox, and one
@@ -21,6 +21,7 @@
 #include <cstdint>
 
 #include "sim/card/card_lock.h"
+#include "sim/card/card_options.h"
 #include "sim/card/mailbox.h"
 #include "sim/card/stream_ring.h"
 #include "wire/Feed.h"
@@ -29,7 +30,7 @@
 namespace kova::sim {
 
 inline constexpr std::uint64_t kCardMagic = 0x64726163'61766F6B;  // "kovacard"
-inline constexpr std::uint32_t kLayoutVersion = 2;
+inline constexpr std::uint32_t kLayoutVersion = 3;
 
 /** Channels of a card: receiving processes it serves. */
 inline constexpr std::uint32_t kChannelCount = 16;
@@ -63,11 +64,21 @@ struct CardIdentity {
 
 /**
  * The register file. What the host writes stands in `written`; what it reads stands in `readable`. They are the
- * same value but for registers whose read side is another one.
+ * same value but for registers whose read side is another one. Where `is_held` is set the card shows nothing of
+ * its own: the host reads what a test has put there.
  */
 struct RegisterFile {
     std::array<std::atomic<std::uint64_t>, kRegisterCount> written;
     std::array<std::atomic<std::uint64_t>, kRegisterCount> readable;
+    std::array<std::atomic<bool>, kRegisterCount> is_held;
+};
+
+/** In what cards differ from each other, and what has been asked of this one. */
+struct CardBehaviour {
+    std::atomic<std::int64_t> memory_delay;       // nanoseconds; below 0 the memory never gets ready
+    std::atomic<std::uint32_t> hardware_version;  // that it tells
+    std::atomic<std::uint32_t> least_software;    // that it accepts
+    std::atomic<std::uint64_t> initialisations;   // that the host has begun
 };
 
 /** The four contract tables, back to back in the order of the feeds. */
@@ -92,6 +103,12 @@ struct Forwarding {
     std::atomic<std::uint64_t> withheld;   // frames that came while it was closed
 };
 
+/** What the exchange does about one feed; for whoever watches the card. */
+struct ExchangeLine {
+    std::atomic<std::uint64_t> cycles;  // of the snapshot, finished
+    std::atomic<bool> is_cut;           // its quotes do not reach the card
+};
+
 struct ChannelStreams {
     RingControl card_to_host;
     RingControl host_to_card;
@@ -100,10 +117,12 @@ struct ChannelStreams {
 struct CardMemory {
     alignas(kCacheLine) CardIdentity identity;
     alignas(kCacheLine) CardLock lock;
+    alignas(kCacheLine) CardBehaviour behaviour;
     alignas(kCacheLine) RegisterFile registers;
     alignas(kCacheLine) ContractTables tables;
     alignas(kCacheLine) std::array<TablePort, MDQP_FEED_COUNT> table_ports;  // in the order of the feeds
     alignas(kCacheLine) Forwarding forwarding;
+    alignas(kCacheLine) std::array<ExchangeLine, MDQP_FEED_COUNT> exchange;  // likewise
     alignas(kCacheLine) CommandMailbox mailbox;
     alignas(kCacheLine) std::array<ChannelStreams, kChannelCount> channels;
     // The rings follow: sixteen card-to-host, then sixteen host-to-card.
@@ -113,6 +132,9 @@ struct CardMemory {
 [[nodiscard]] constexpr std::size_t ring_slots(std::uint32_t slot_count_log2) {
     return (std::size_t{1} << slot_count_log2) + kOverhangSlots;
 }
+
+/** Sets how long the memory of a card takes. */
+void set_memory_delay(CardBehaviour& behaviour, const MemoryDelay& delay);
 
 /** Bytes of the whole memory of a card. */
 [[nodiscard]] constexpr std::size_t card_bytes(std::uint32_t card_to_host_slots_log2) {

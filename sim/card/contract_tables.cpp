@@ -106,6 +106,18 @@ void write_table_register(CardMemory& memory, std::uint32_t number, std::uint32_
     }
 }
 
+void forget_tables(CardMemory& memory) {
+    for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS, INE_2PS, INE_4PS}) {
+        const Table table{memory, feed};
+        for (std::uint32_t address = 0; table.has(address); ++address) {
+            table.word(address).store(0, std::memory_order_relaxed);
+        }
+        table.port().refused_writes.store(0, std::memory_order_relaxed);
+        table.port().outside.store(0, std::memory_order_relaxed);
+    }
+    open_tables(memory);
+}
+
 void open_tables(CardMemory& memory) {
     for (TablePort& port : memory.table_ports) {
         port.is_closed.store(0, std::memory_order_relaxed);

@@ -37,6 +37,9 @@ inline constexpr std::uint32_t kTableRegistersPerCore = 8;
 /** A write by the host to one of them. */
 void write_table_register(CardMemory& memory, std::uint32_t number, std::uint32_t value);
 
+/** Empties all tables, opens them for software and forgets what was counted. */
+void forget_tables(CardMemory& memory);
+
 /** Opens all tables for software, closes them. What is in them stays. */
 void open_tables(CardMemory& memory);
 void close_tables(CardMemory& memory);

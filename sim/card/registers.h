@@ -8,13 +8,17 @@
 #define KOVA_SIM_CARD_REGISTERS_H
 
 #include <cstdint>
+#include <optional>
 
 #include "sim/card/card_memory.h"
 
 namespace kova::sim {
 
-/** Gives the registers the values of a card that has just been powered. */
-void power_up_registers(RegisterFile& registers);
+/** Makes all registers 0, what was held included. */
+void forget_registers(RegisterFile& registers);
+
+/** Gives registers that are 0 the values of a card that has just been powered. */
+void power_up_registers(CardMemory& memory);
 
 /** A write by the host. */
 void write_register(CardMemory& memory, std::uint32_t number, std::uint32_t value);
@@ -31,8 +35,21 @@ void preset_register(RegisterFile& registers, std::uint32_t number, std::uint64_
 /** Whether the snapshot stream is being forwarded to channel 0. */
 [[nodiscard]] bool is_forwarding(const RegisterFile& registers);
 
-/** Counts one packet of a feed. */
+/** Counts one packet of a feed; how many there were. */
 void count_packet(RegisterFile& registers, EMDQPDataType feed);
+[[nodiscard]] std::uint64_t packet_count(const RegisterFile& registers, EMDQPDataType feed);
+
+/** Counts one event. */
+void count_event(RegisterFile& registers);
+
+/** Shows when a feed was updated last, in seconds since the epoch. */
+void show_update_time(RegisterFile& registers, EMDQPDataType feed, std::int64_t seconds);
+
+/** Shows that the card's memory is ready. */
+void show_memory_ready(RegisterFile& registers);
+
+/** Seconds that the host lets a feed be silent; nothing while the feed is not watched. */
+[[nodiscard]] std::optional<std::uint32_t> allowed_silence(const RegisterFile& registers, EMDQPDataType feed);
 
 }  // namespace kova::sim
 
