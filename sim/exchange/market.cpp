@@ -80,7 +80,9 @@ Quote Market::next() {
     prefetch(books_[upcoming_]);
     Book& book = books_[index];
     book.move(random_, pull_, stamp_);
-    return {.feed = index < shfe_count_ ? SHFE_2PS : INE_2PS, .record = book.record()};
+    const EMDQPDataType feed = index < shfe_count_ ? SHFE_2PS : INE_2PS;
+    ++quotes_[static_cast<std::size_t>(feed)];
+    return {.feed = feed, .record = book.record()};
 }
 
 void Market::advance_to(std::chrono::milliseconds time) {

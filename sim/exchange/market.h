@@ -15,6 +15,7 @@
 #include "sim/exchange/listing.h"
 #include "sim/exchange/random.h"
 #include "sim/exchange/weighted_choice.h"
+#include "wire/Feed.h"
 #include "wire/InstRow.h"
 
 namespace kova::sim {
@@ -66,6 +67,11 @@ class Market {
     /** The instrument's contract-table row as of now; `config` is 0. */
     [[nodiscard]] SInstTableType fill_row(const Instrument& instrument) const;
 
+    /** Quotes of a feed so far; each is a packet of its incremental stream. The 4PS feeds have none. */
+    [[nodiscard]] std::uint64_t quotes(EMDQPDataType feed) const {
+        return quotes_[static_cast<std::size_t>(feed)];
+    }
+
     /** Highest instrument number of a feed, 0 when it has none. */
     [[nodiscard]] std::uint32_t max_inst_no(EMDQPDataType feed) const;
 
@@ -79,6 +85,7 @@ class Market {
     std::vector<Book> books_;            // as in Listing::instruments()
     Random random_;
     BookPull pull_;
+    std::array<std::uint64_t, MDQP_FEED_COUNT> quotes_{};
     std::uint32_t upcoming_ = 0;  // chosen one call ahead, so that its book is in the cache by then
     std::chrono::milliseconds time_{};
     ExchangeTime stamp_{};

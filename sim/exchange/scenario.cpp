@@ -29,7 +29,7 @@ class Reader {
 
     Scenario read(const toml::table& file) const {
         only(file, {"seed", "date", "rate", "duration", "start_delay", "open_time", "listing", "market", "hot",
-                    "channel", "snapshot", "impairments"});
+                    "channel", "snapshot", "impairments", "card", "events"});
         Scenario scenario;
         scenario.name = name_;
         with(file, "seed", [&](const toml::node& node) {
@@ -45,6 +45,8 @@ class Reader {
         with(file, "hot", [&](const toml::node& node) { read_hot(table(node), scenario); });
         read_channels(file, scenario);
         with(file, "snapshot", [&](const toml::node& node) { read_snapshot(table(node), scenario); });
+        with(file, "card", [&](const toml::node& node) { read_card(table(node), scenario); });
+        with(file, "events", [&](const toml::node& node) { scenario.events = events(node); });
         scenario.impairments.seed = scenario.listing.seed;
         with(file, "impairments",
              [&](const toml::node& node) { read_impairments(table(node), scenario.impairments); });
@@ -214,7 +216,8 @@ class Reader {
 
     void read_snapshot(const toml::table& snapshot, Scenario& scenario) const {
         only(snapshot, {"feeds", "ports", "topics", "order", "message_bytes", "middle_flag", "segments",
-                        "segment_bytes", "split_at", "quirky_cuts", "first_seq", "bad_prices"});
+                        "segment_bytes", "split_at", "quirky_cuts", "first_seq", "bad_prices", "rate"});
+        with(snapshot, "rate", [&](const toml::node& node) { scenario.snapshot_rate = rate(node); });
         SnapshotOptions& options = scenario.snapshot;
         with(snapshot, "feeds", [&](const toml::node& node) { options.feeds = feeds(node); });
         with(snapshot, "ports", [&](const toml::node& node) { read_ports(table(node), options); });
@@ -339,6 +342,54 @@ class Reader {
                 options.rates[static_cast<std::size_t>(found - kImpairmentNames.begin())] = share(value);
             });
         }
+    }
+
+    void read_card(const toml::table& card, Scenario& scenario) const {
+        only(card, {"memory"});
+        with(card, "memory", [&](const toml::node& node) {
+            const bool is_never = node.value_exact<std::string>() == "never";
+            scenario.card_memory = is_never ? CardMemoryDelay() : CardMemoryDelay(memory_delay(node));
+        });
+    }
+
+    static milliseconds memory_delay(const toml::node& node) {
+        constexpr double longest = 3600;
+        const double value = number(node, 0, longest, "of seconds from 0 to 3600, or \"never\"");
+        return milliseconds{std::llround(value * kMillisecondsPerSecond)};
+    }
+
+    std::vector<ScheduledEvent> events(const toml::node& node) const {
+        const Unfit unfit{"must be tables, each under [[events]]"};
+        if (!node.is_array()) {
+            throw Unfit{unfit};
+        }
+        std::vector<ScheduledEvent> events;
+        for (const toml::node& entry : *node.as_array()) {
+            if (!entry.is_table()) {
+                throw Unfit{unfit};
+            }
+            events.push_back(event(*entry.as_table()));
+        }
+        return events;
+    }
+
+    ScheduledEvent event(const toml::table& table) const {
+        only(table, {"at", "tell"});
+        ScheduledEvent event{.line = table.source().begin.line};
+        with(table, "at", [&](const toml::node& node) {
+            event.is_exchange_time = node.is_time();
+            event.at = event.is_exchange_time ? time_of_day(node) : seconds(node);
+        });
+        with(table, "tell", [&](const toml::node& node) {
+            event.command = node.value_exact<std::string>().value_or("");
+            if (event.command.empty()) {
+                throw Unfit{"must be a text as \"event lost 0\""};
+            }
+        });
+        if (!table.contains("at") || !table.contains("tell")) {
+            refuse(table, "an event needs both at and tell");
+        }
+        return event;
     }
 
     std::size_t channel_number(const toml::key& key) const {

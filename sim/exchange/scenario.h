@@ -51,6 +51,17 @@ struct InstrumentChoice {
     bool options = false;  // product codes and "all" take options and TAS instruments too
 };
 
+/** Something that the program that powers the card is told at a time. */
+struct ScheduledEvent {
+    bool is_exchange_time = false;  // `at` is the exchange's time of day, else time since power-on
+    std::chrono::milliseconds at{};
+    std::string command{};  // as one would tell it
+    std::uint32_t line = 0;
+};
+
+/** Nothing: never. */
+using CardMemoryDelay = std::optional<std::chrono::milliseconds>;
+
 struct Scenario {
     std::string name = "default";
     ListingOptions listing;                 // its seed is the scenario's
@@ -63,10 +74,14 @@ struct Scenario {
     double hot_share = 0;
     /** By channel number. A scenario that names no channel gives every future to every channel. */
     std::array<InstrumentChoice, kScenarioChannels> channels;
-    SnapshotOptions snapshot;  // without seed and bad prices: see snapshot_options()
+    Rate snapshot_rate = 5000;  // frames a second while the card forwards them
+    SnapshotOptions snapshot;   // without seed and bad prices: see snapshot_options()
     /** Instruments whose prices the snapshot gets wrong, in the order of kPriceFaultNames. */
     std::array<InstrumentChoice, kPriceFaultNames.size()> bad_prices;
     ImpairmentOptions impairments;
+    /** How long the card's memory takes after an initialisation: nothing: as long as it likes. */
+    std::optional<CardMemoryDelay> card_memory;
+    std::vector<ScheduledEvent> events;  // in the order of the file
 
     /** The scenario of an empty file. */
     static Scenario defaults();
