@@ -22,10 +22,17 @@ struct RunOptions {
     std::optional<std::filesystem::path> scenario;
     /** Instead of the scenario's; the inner value absent means as fast as it goes. */
     std::optional<sim::Rate> rate;
+    /** Frames of snapshots a second, likewise. */
+    std::optional<sim::Rate> snapshot_rate;
     /** Of traffic, instead of the scenario's; 0 is endless. */
     std::optional<std::chrono::seconds> seconds;
     std::uint32_t slots_log2 = sim::CardOptions{}.slots_log2;
     bool quiet = false;
+    /** Of the card's memory, instead of the scenario's; the inner value absent means that it never gets ready.
+     */
+    std::optional<sim::MemoryDelay> memory_delay;
+    std::uint32_t hardware_version = sim::CardOptions{}.hardware_version;
+    std::uint32_t least_software = sim::CardOptions{}.least_software;
     /** Capture that the card forwards. */
     std::optional<std::filesystem::path> replay;
     ReplaySpeed replay_speed = 1;

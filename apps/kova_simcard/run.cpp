@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -19,6 +20,8 @@
 #include "kova_simcard/rate.h"
 #include "kova_simcard/replay.h"
 #include "kova_simcard/run_commands.h"
+#include "kova_simcard/schedule.h"
+#include "kova_simcard/snapshot_sender.h"
 #include "kova_simcard/traffic.h"
 #include "sim/capture/capture_file.h"
 #include "sim/exchange/listing.h"
@@ -50,10 +53,36 @@ sim::Scenario scenario_of(const RunOptions& options) {
     sim::Scenario scenario =
         options.scenario ? sim::Scenario::load(*options.scenario) : sim::Scenario::defaults();
     scenario.rate = options.rate.value_or(scenario.rate);
+    scenario.snapshot_rate = options.snapshot_rate.value_or(scenario.snapshot_rate);
     if (options.seconds) {
         scenario.duration = *options.seconds;
     }
     return scenario;
+}
+
+sim::MemoryDelay memory_delay_of(const RunOptions& options, const sim::Scenario& scenario) {
+    if (options.memory_delay) {
+        return *options.memory_delay;
+    }
+    return scenario.card_memory ? sim::MemoryDelay(*scenario.card_memory) : sim::CardOptions{}.memory_delay;
+}
+
+sim::CardOptions card_options_of(const RunOptions& options, const sim::Scenario& scenario) {
+    return {.slots_log2 = options.slots_log2,
+            .memory_delay = memory_delay_of(options, scenario),
+            .hardware_version = options.hardware_version,
+            .least_software = options.least_software};
+}
+
+// The exchange's clock is the local one of its readers, who look whether the market has a break.
+std::int64_t midnight_of(const std::chrono::year_month_day& date) {
+    constexpr int kFirstYear = 1900;
+    std::tm day{};
+    day.tm_year = static_cast<int>(date.year()) - kFirstYear;
+    day.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
+    day.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
+    day.tm_isdst = -1;
+    return std::mktime(&day);
 }
 
 // A card that is not prepared is subscribed by its clients, to whatever they like.
@@ -106,13 +135,16 @@ using FrameSources = std::vector<std::unique_ptr<FrameSource>>;
 struct Operation {
     sim::Card& card;
     Traffic& traffic;
+    const sim::Market& market;
     const FrameSources& frame_sources;
     const Commands& commands;
+    Schedule& schedule;
     Progress& progress;
 };
 
 // Sends what is due; when there is more to do.
 std::int64_t step(const Operation& operation, std::int64_t now) {
+    operation.card.tick(now);
     operation.traffic.step(now);
     std::int64_t next = operation.traffic.next();
     for (const auto& source : operation.frame_sources) {
@@ -122,21 +154,26 @@ std::int64_t step(const Operation& operation, std::int64_t now) {
     return next;
 }
 
+void tell_news(const Operation& operation, const std::vector<SourceNews>& all_news) {
+    for (const SourceNews& news : all_news) {
+        if (news.is_error) {
+            fmt::print(stderr, "{}\n", news.text);
+        } else {
+            operation.progress.tell(news.text);
+        }
+    }
+}
+
 void tell_news(const Operation& operation) {
     for (const auto& source : operation.frame_sources) {
-        for (const SourceNews& news : source->take_news()) {
-            if (news.is_error) {
-                fmt::print(stderr, "{}\n", news.text);
-            } else {
-                operation.progress.tell(news.text);
-            }
-        }
+        tell_news(operation, source->take_news());
     }
 }
 
 void keep_house(const Operation& operation, std::int64_t now) {
     operation.card.close_streams_of_dead_readers();
     serve(operation.card.memory().mailbox, operation.commands);
+    tell_news(operation, operation.schedule.step(now, operation.market.time(), operation.commands));
     tell_news(operation);
     operation.progress.update(sample_of(operation.card, operation.traffic, now));
 }
@@ -179,23 +216,20 @@ std::unique_ptr<sim::CaptureFile> capture_of(const RunOptions& options) {
     return capture;
 }
 
-FrameSources frame_sources_of(const RunOptions& options, sim::Card& card,
-                              std::unique_ptr<sim::CaptureFile> capture) {
-    FrameSources sources;
-    if (capture != nullptr) {
-        sources.push_back(std::make_unique<Replay>(card, std::move(capture),
-                                                   ReplayPlan{.name = options.replay->string(),
-                                                              .speed = options.replay_speed,
-                                                              .repeat = options.replay_repeat}));
-    }
-    return sources;
+std::unique_ptr<Replay> replay_of(const RunOptions& options, sim::Card& card,
+                                  std::unique_ptr<sim::CaptureFile> capture) {
+    return std::make_unique<Replay>(
+        card, std::move(capture),
+        ReplayPlan{
+            .name = options.replay->string(), .speed = options.replay_speed, .repeat = options.replay_repeat});
 }
 
-Commands commands_of(sim::Card& card, Traffic& traffic) {
-    Commands commands;
-    add_rate_command(commands, traffic);
+void add_card_commands(Commands& commands, sim::Card& card) {
     add_event_command(commands, card);
-    return commands;
+    add_feed_command(commands, card);
+    add_memory_command(commands, card);
+    add_register_command(commands, card);
+    add_power_cycle_command(commands, card);
 }
 
 void power(const RunOptions& options, const sim::Scenario& scenario) {
@@ -205,7 +239,7 @@ void power(const RunOptions& options, const sim::Scenario& scenario) {
     warn_of_unmatched(options, selection);
     sim::Market market(listing, market_options_of(options, scenario, selection));
     Progress progress(stdout, progress_kind(stdout, options.quiet));
-    std::optional<sim::Card> card = sim::Card::power_on(options.card, {.slots_log2 = options.slots_log2});
+    std::optional<sim::Card> card = sim::Card::power_on(options.card, card_options_of(options, scenario));
     if (card->replaced_leftover()) {
         progress.tell(fmt::format("card {}: replaced the memory of a card that had died", options.card));
     }
@@ -218,10 +252,26 @@ void power(const RunOptions& options, const sim::Scenario& scenario) {
                     {.rate = scenario.rate,
                      .start_delay = scenario.start_delay,
                      .duration = scenario.duration,
-                     .open_time = scenario.open_time});
-    const FrameSources frame_sources = frame_sources_of(options, *card, std::move(capture));
-    const Commands commands = commands_of(*card, traffic);
-    const Operation operation{*card, traffic, frame_sources, commands, progress};
+                     .open_time = scenario.open_time,
+                     .midnight = midnight_of(scenario.listing.date)});
+    Commands commands;
+    add_rate_command(commands, traffic);
+    add_card_commands(commands, *card);
+    FrameSources frame_sources;
+    // A capture stands for the exchange's own snapshots.
+    if (capture != nullptr) {
+        frame_sources.push_back(replay_of(options, *card, std::move(capture)));
+    } else {
+        auto sender =
+            std::make_unique<SnapshotSender>(*card, market,
+                                             SnapshotPlan{.rate = scenario.snapshot_rate,
+                                                          .snapshot = snapshot_options(scenario, selection),
+                                                          .impairments = scenario.impairments});
+        add_snapshot_commands(commands, *sender);
+        frame_sources.push_back(std::move(sender));
+    }
+    Schedule schedule(scenario.events);
+    const Operation operation{*card, traffic, market, frame_sources, commands, schedule, progress};
     const std::string_view reason = keep_on(operation, clock);
     tell_news(operation);
     const ProgressSample last = sample_of(*card, traffic, clock.now());

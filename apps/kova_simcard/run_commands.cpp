@@ -2,27 +2,48 @@
 
 #include <fmt/format.h>
 
-#include <array>
+#include <algorithm>
 #include <charconv>
+#include <optional>
 
+#include "kova_simcard/card_values.h"
 #include "kova_simcard/rate.h"
+#include "kova_simcard/register_names.h"
+#include "sim/card/registers.h"
 
 namespace kova::app {
 
 namespace {
 
-constexpr std::uint32_t kEventChannel = 0;
-
-std::uint32_t parse_event_word(std::string_view text) {
-    const bool is_hexadecimal = text.starts_with("0x");
-    const std::string_view digits = text.substr(is_hexadecimal ? 2 : 0);
-    std::uint32_t value = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [rest, error] = std::from_chars(digits.data(), end, value, is_hexadecimal ? 16 : 10);
-    if (error != std::errc() || rest != end) {
+std::uint32_t word_of(std::string_view text) {
+    const std::optional<std::uint32_t> value = parse_word(text);
+    if (!value) {
         throw CommandRefused(fmt::format("\"{}\" is no word of 32 bits, decimal or 0x", text));
     }
-    return value;
+    return *value;
+}
+
+EMDQPDataType feed_of(std::string_view text) {
+    const std::optional<EMDQPDataType> feed = parse_feed(text);
+    if (!feed) {
+        throw CommandRefused(
+            fmt::format("\"{}\" is none of the feeds {}, or 0 to 3", text, fmt::join(sim::kFeedNames, ", ")));
+    }
+    return *feed;
+}
+
+std::string_view name_of(EMDQPDataType feed) {
+    return sim::kFeedNames[static_cast<std::size_t>(feed)];
+}
+
+double rate_of(std::string_view text) {
+    double rate = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, rate, std::chars_format::fixed);
+    if (error != std::errc() || rest != end) {
+        throw CommandRefused(fmt::format("\"{}\" is no number from 0 to 1", text));
+    }
+    return rate;
 }
 
 std::string set_rate(Traffic& traffic, Commands::Words words) {
@@ -37,15 +58,29 @@ std::string set_rate(Traffic& traffic, Commands::Words words) {
     return rate_text(*rate);
 }
 
-std::string send_event(sim::Card& card, Commands::Words words) {
-    std::array<std::uint32_t, 6> event{};
+// Something that a card raises by itself, or six words.
+sim::EventWords event_of(Commands::Words words) {
+    constexpr std::size_t kKindAndLane = 2;
+    if (words.size() == kKindAndLane && words[0] == "lost") {
+        return sim::lost_event(feed_of(words[1]));
+    }
+    if (words.size() == kKindAndLane && words[0] == "price") {
+        return sim::price_event(feed_of(words[1]));
+    }
+    if (words.size() == kKindAndLane && words[0] == "timeout") {
+        return sim::timeout_event(feed_of(words[1]));
+    }
+    sim::EventWords event{};
     if (words.size() != event.size()) {
-        throw CommandRefused("event takes six words");
+        throw CommandRefused("event takes six words, or lost, price or timeout and a lane");
     }
-    for (std::size_t i = 0; i < event.size(); ++i) {
-        event[i] = parse_event_word(words[i]);
-    }
-    switch (card.push_event(kEventChannel, event)) {
+    std::ranges::transform(words, event.begin(), word_of);
+    return event;
+}
+
+std::string send_event(sim::Card& card, Commands::Words words) {
+    const sim::EventWords event = event_of(words);
+    switch (card.push_event(sim::kEventChannel, event)) {
         case sim::PushResult::kSent:
             break;
         case sim::PushResult::kLost:
@@ -56,6 +91,86 @@ std::string send_event(sim::Card& card, Commands::Words words) {
     return fmt::format("event {:#x} sent to channel 0", fmt::join(event, " "));
 }
 
+std::string set_feed(sim::Card& card, Commands::Words words) {
+    const bool is_stop = words.size() == 2 && words[0] == "stop";
+    if (!is_stop && !(words.size() == 2 && words[0] == "start")) {
+        throw CommandRefused("feed takes stop or start, and a feed");
+    }
+    const EMDQPDataType feed = feed_of(words[1]);
+    card.set_line_cut(feed, is_stop);
+    return fmt::format("{} {}", name_of(feed), is_stop ? "is silent" : "goes on");
+}
+
+std::string set_memory(sim::Card& card, Commands::Words words) {
+    const std::optional<sim::MemoryDelay> delay =
+        words.size() == 1 ? parse_memory_delay(words.front()) : std::nullopt;
+    if (!delay) {
+        throw CommandRefused("memory takes seconds from 0 to 3600, or never");
+    }
+    card.set_memory_delay(*delay);
+    return memory_delay_text(*delay);
+}
+
+std::uint32_t register_of(std::string_view text) {
+    if (const NamedRegister* known = find_register(text)) {
+        return known->number;
+    }
+    const std::optional<std::uint32_t> number = parse_word(text);
+    if (!number || *number >= sim::kRegisterCount) {
+        throw CommandRefused(fmt::format("\"{}\" is no register: a name of the status, or a number below {:#x}",
+                                         text, sim::kRegisterCount));
+    }
+    return *number;
+}
+
+std::string use_register(sim::Card& card, Commands::Words words) {
+    if (words.empty() || words.size() > 2) {
+        throw CommandRefused("register takes a register, and a value if it is to be set");
+    }
+    const std::uint32_t number = register_of(words[0]);
+    if (words.size() == 2) {
+        const std::uint32_t value = word_of(words[1]);
+        const sim::CardLockScope scope(card.memory().lock);
+        sim::preset_register(card.memory().registers, number, value);
+    }
+    const std::uint64_t value = sim::read_register(card.memory(), number);
+    return fmt::format("register {:#x} holds {:#x} ({})", number, value, value);
+}
+
+std::string power_cycle(sim::Card& card, Commands::Words words) {
+    if (!words.empty()) {
+        throw CommandRefused("power-cycle takes nothing");
+    }
+    card.power_cycle();
+    return "the card has forgotten everything";
+}
+
+std::string impair(SnapshotSender& sender, Commands::Words words) {
+    if (words.size() != 2) {
+        throw CommandRefused("impair takes the name of an impairment and its rate");
+    }
+    sender.impairments().set(words[0], rate_of(words[1]));
+    return fmt::format("{} strikes {:g} of the frames", words[0], rate_of(words[1]));
+}
+
+std::string show_impairments(const sim::Impairments& impairments) {
+    std::string text = fmt::format("{:<12}{:>10}{:>12}", "impairment", "rate", "struck");
+    for (std::size_t i = 0; i < sim::kImpairmentNames.size(); ++i) {
+        const auto impairment = static_cast<sim::Impairment>(i);
+        text += fmt::format("\n{:<12}{:>10g}{:>12}", sim::kImpairmentNames[i], impairments.rate(impairment),
+                            impairments.struck(impairment));
+    }
+    return text;
+}
+
+std::string set_quirky_cuts(SnapshotSender& sender, Commands::Words words) {
+    if (words.size() != 1) {
+        throw CommandRefused("quirky_cuts takes a rate");
+    }
+    sender.stream().set_quirky_cuts(rate_of(words.front()));
+    return fmt::format("{:g} of the messages are cut in the next one's header", rate_of(words.front()));
+}
+
 }  // namespace
 
 void add_rate_command(Commands& commands, Traffic& traffic) {
@@ -64,8 +179,38 @@ void add_rate_command(Commands& commands, Traffic& traffic) {
 }
 
 void add_event_command(Commands& commands, sim::Card& card) {
-    commands.add("event", "W0 W1 W2 W3 W4 W5", "an event message to channel 0, words decimal or 0x",
+    commands.add("event", "lost|price|timeout LANE, or W0 W1 W2 W3 W4 W5",
+                 "an event message to channel 0, words decimal or 0x",
                  [&card](Commands::Words words) { return send_event(card, words); });
+}
+
+void add_feed_command(Commands& commands, sim::Card& card) {
+    commands.add("feed", "stop|start FEED", "cuts the line of a feed's quotes, joins it again",
+                 [&card](Commands::Words words) { return set_feed(card, words); });
+}
+
+void add_memory_command(Commands& commands, sim::Card& card) {
+    commands.add("memory", "SECONDS|never", "how long the card's memory takes to get ready",
+                 [&card](Commands::Words words) { return set_memory(card, words); });
+}
+
+void add_register_command(Commands& commands, sim::Card& card) {
+    commands.add("register", "NAME|NUMBER [VALUE]", "what the host reads in a register",
+                 [&card](Commands::Words words) { return use_register(card, words); });
+}
+
+void add_power_cycle_command(Commands& commands, sim::Card& card) {
+    commands.add("power-cycle", "", "the card forgets everything",
+                 [&card](Commands::Words words) { return power_cycle(card, words); });
+}
+
+void add_snapshot_commands(Commands& commands, SnapshotSender& sender) {
+    commands.add("impair", "NAME RATE", "how often something befalls a frame of the snapshots, 0 to 1",
+                 [&sender](Commands::Words words) { return impair(sender, words); });
+    commands.add("impairments", "", "their rates, and how often they have struck",
+                 [&sender](Commands::Words) { return show_impairments(sender.impairments()); });
+    commands.add("quirky_cuts", "RATE", "share of the messages that are cut in the next one's header",
+                 [&sender](Commands::Words words) { return set_quirky_cuts(sender, words); });
 }
 
 }  // namespace kova::app

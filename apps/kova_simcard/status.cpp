@@ -8,6 +8,7 @@
 
 #include "kova_simcard/exit_codes.h"
 #include "kova_simcard/leftover.h"
+#include "kova_simcard/register_names.h"
 #include "kova_simcard/status_text.h"
 #include "sim/card/attached_card.h"
 #include "sim/card/contract_tables.h"
@@ -17,27 +18,6 @@
 namespace kova::app {
 
 namespace {
-
-constexpr std::array kShownRegisters{
-    RegisterStatus{"build_version", REG_BUILD_VERSION},
-    RegisterStatus{"build_date", REG_BUILD_DATE},
-    RegisterStatus{"hw_version", REG_HW_VERSION},
-    RegisterStatus{"soft_version", REG_SOFT_VERSION},
-    RegisterStatus{"version_check", REG_VERSION_CHECK},
-    RegisterStatus{"init_trigger", REG_INIT_TRIGGER},
-    RegisterStatus{"init_mask", REG_INIT_MASK},
-    RegisterStatus{"hbm2_status", REG_HBM2_STATUS},
-    RegisterStatus{"config_crc", REG_CONFIG_CRC},
-    RegisterStatus{"shfe_inst_count", REG_SHFE_INST_COUNT},
-    RegisterStatus{"ine_inst_count", REG_INE_INST_COUNT},
-    RegisterStatus{"shfe_packet_no_2ps", REG_SHFE_PACKET_NO},
-    RegisterStatus{"shfe_packet_no_4ps", REG_SHFE_PACKET_NO + REG_CORE_STRIDE},
-    RegisterStatus{"ine_packet_no_2ps", REG_INE_PACKET_NO},
-    RegisterStatus{"ine_packet_no_4ps", REG_INE_PACKET_NO + REG_CORE_STRIDE},
-    RegisterStatus{"core_start_2ps", REG_CORE_START},
-    RegisterStatus{"core_start_4ps", REG_CORE_START + REG_CORE_STRIDE},
-    RegisterStatus{"event_pkts", REG_EVENT_PKTS},
-};
 
 constexpr std::array kPacketRegisters{REG_SHFE2PS_PKTS, REG_SHFE4PS_PKTS, REG_INE2PS_PKTS, REG_INE4PS_PKTS};
 
@@ -76,6 +56,9 @@ FeedStatus feed_status(sim::CardMemory& memory, EMDQPDataType feed) {
     status.is_open = sim::is_table_open(memory, feed);
     status.refused_writes = port.refused_writes.load(std::memory_order_relaxed);
     status.outside = port.outside.load(std::memory_order_relaxed);
+    const sim::ExchangeLine& line = memory.exchange.at(static_cast<std::size_t>(feed));
+    status.is_cut = line.is_cut.load(std::memory_order_relaxed);
+    status.cycles = line.cycles.load(std::memory_order_relaxed);
     return status;
 }
 
@@ -99,9 +82,8 @@ CardStatus collect_status(const sim::CardMapping& card) {
         status.feeds[feed] = feed_status(memory, static_cast<EMDQPDataType>(feed));
     }
     status.forwarding = forwarding_status(memory);
-    for (RegisterStatus shown : kShownRegisters) {
-        shown.value = sim::read_register(memory, shown.number);
-        status.registers.push_back(shown);
+    for (const NamedRegister& named : named_registers()) {
+        status.registers.push_back({named.name, named.number, sim::read_register(memory, named.number)});
     }
     for (std::uint32_t channel = 0; channel < sim::kChannelCount; ++channel) {
         status.channels.push_back(channel_status(memory.channels[channel].card_to_host, channel));

@@ -41,6 +41,8 @@ struct FeedStatus {
     bool is_open = true;               // for software
     std::uint64_t refused_writes = 0;  // while it was closed
     std::uint64_t outside = 0;         // accesses to words that the table does not have
+    bool is_cut = false;               // the line of its quotes
+    std::uint64_t cycles = 0;          // of its snapshot that the exchange has finished
 };
 
 /** The snapshot stream on its way to channel 0. */

@@ -34,14 +34,16 @@ bool has_history(const ChannelStatus& channel) {
 }
 
 void append_feeds(std::string& text, const CardStatus& status) {
-    fmt::format_to(std::back_inserter(text), "\n{:<10}{:>8}{:>8}{:>12}{:>12}  {:<8} {:<7}{:>9}{:>9}\n", "feed",
-                   "rows", "filled", "subscribed", "packets", "core", "table", "refused", "outside");
+    fmt::format_to(std::back_inserter(text),
+                   "\n{:<10}{:>7}{:>8}{:>12}{:>12}  {:<8}{:<7}{:>9}{:>9}  {:<6}{:>7}\n", "feed", "rows",
+                   "filled", "subscribed", "packets", "core", "table", "refused", "outside", "line", "cycles");
     for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
         const FeedStatus& line = status.feeds[feed];
-        fmt::format_to(std::back_inserter(text), "{:<10}{:>8}{:>8}{:>12}{:>12}  {:<8} {:<7}{:>9}{:>9}\n",
-                       kFeedNames[feed], line.rows, line.filled, line.subscribed, line.packets,
+        fmt::format_to(std::back_inserter(text),
+                       "{:<10}{:>7}{:>8}{:>12}{:>12}  {:<8}{:<7}{:>9}{:>9}  {:<6}{:>7}\n", kFeedNames[feed],
+                       line.rows, line.filled, line.subscribed, line.packets,
                        line.is_started ? "started" : "stopped", line.is_open ? "open" : "closed",
-                       line.refused_writes, line.outside);
+                       line.refused_writes, line.outside, line.is_cut ? "cut" : "whole", line.cycles);
     }
     const ForwardingStatus& forwarding = status.forwarding;
     fmt::format_to(std::back_inserter(text),
@@ -66,13 +68,17 @@ void append_channels(std::string& text, const CardStatus& status) {
     }
 }
 
+// Most of them hold nothing at any one time.
 void append_registers(std::string& text, const CardStatus& status) {
-    fmt::format_to(std::back_inserter(text), "\n{:<18}{:>8}{:>12}{:>12}\n", "register", "number", "value",
+    fmt::format_to(std::back_inserter(text), "\n{:<24}{:>8}{:>12}{:>12}\n", "register", "number", "value",
                    "decimal");
     for (const RegisterStatus& line : status.registers) {
-        fmt::format_to(std::back_inserter(text), "{:<18}{:>#8x}{:>#12x}{:>12}\n", line.name, line.number,
-                       line.value, line.value);
+        if (line.value != 0) {
+            fmt::format_to(std::back_inserter(text), "{:<24}{:>#8x}{:>#12x}{:>12}\n", line.name, line.number,
+                           line.value, line.value);
+        }
     }
+    text += "(all others hold 0)\n";
 }
 
 Json json_of(const ChannelStatus& channel) {
@@ -116,6 +122,8 @@ std::string status_json(const CardStatus& status) {
                                 {"open", line.is_open},
                                 {"refused_writes", line.refused_writes},
                                 {"outside", line.outside}};
+        json["snapshot_cycles"][name] = line.cycles;
+        json["lines"][name] = line.is_cut ? "cut" : "whole";
         json["cores"][name] = line.is_started ? "started" : "stopped";
     }
     json["forwarding"] = {{"open", status.forwarding.is_open},

@@ -81,8 +81,7 @@ void Traffic::set_rate(sim::Rate rate) {
 
 void Traffic::send(std::int64_t now) {
     elapsed_ = now - start_;
-    market_.advance_to(plan_.open_time +
-                       std::chrono::floor<std::chrono::milliseconds>(std::chrono::nanoseconds(elapsed_)));
+    pass_time();
     if (!plan_.rate && waits_for_readers(now)) {
         next_ = std::min(now + kLookInterval, end_);
         return;
@@ -94,10 +93,24 @@ void Traffic::send(std::int64_t now) {
     next_ = std::min(std::max(pacer_.next_ns(), earliest), end_);
 }
 
+void Traffic::pass_time() {
+    market_.advance_to(plan_.open_time +
+                       std::chrono::floor<std::chrono::milliseconds>(std::chrono::nanoseconds(elapsed_)));
+    if (plan_.midnight != 0) {
+        card_.set_exchange_time(plan_.midnight +
+                                std::chrono::floor<std::chrono::seconds>(market_.time()).count());
+    }
+}
+
+// The market goes on behind a line that is cut, so what was quoted meanwhile is missing afterwards.
 void Traffic::send_one() {
     const sim::Quote quote = market_.next();
-    const sim::Routed routed = card_.route_quote(quote.feed, quote.record);
     ++totals_.quotes;
+    if (card_.is_line_cut(quote.feed)) {
+        ++totals_.cut_off;
+        return;
+    }
+    const sim::Routed routed = card_.route_quote(quote.feed, quote.record);
     totals_.sent += routed.sent;
     totals_.lost += routed.lost;
     totals_.unheard += routed.unheard;

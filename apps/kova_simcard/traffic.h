@@ -18,6 +18,7 @@ struct TrafficPlan {
     std::chrono::nanoseconds start_delay{};  // from the first step
     std::chrono::nanoseconds duration{};     // 0 is endless
     std::chrono::milliseconds open_time{};   // the exchange's time at the start
+    std::int64_t midnight = 0;               // of the trading day, seconds since the epoch; 0: untold
 };
 
 /** What has become of the quotes so far. One quote counts once for each channel it goes to. */
@@ -26,6 +27,7 @@ struct TrafficTotals {
     std::uint64_t sent = 0;
     std::uint64_t lost = 0;
     std::uint64_t unheard = 0;
+    std::uint64_t cut_off = 0;  // quotes of feeds whose line is cut
 };
 
 /**
@@ -61,6 +63,7 @@ class Traffic {
  private:
     void send(std::int64_t now);
     void send_one();
+    void pass_time();
     [[nodiscard]] bool waits_for_readers(std::int64_t now);
     [[nodiscard]] bool waits_for(std::uint32_t channel, std::int64_t now);
     void enter(sim::TrafficState state);
