@@ -123,10 +123,14 @@ TEST_F(SimcardRunCommands, EventThatNobodyGetsIsRefused) {
     EXPECT_EQ(perform("event 1 2 3 4 5 6"), (CommandReply{true, "channel 0 has no room: the event is lost"}));
 }
 
+constexpr const char* kNoEvent = "event takes six words, or lost, price or timeout and a lane";
+
 TEST_F(SimcardRunCommands, EventOfOtherWordsIsRefused) {
     const auto reader = sim::CardToHostStream::open(sim::attach(0), 0);
-    EXPECT_EQ(perform("event 1 2 3 4 5"), (CommandReply{true, "event takes six words"}));
-    EXPECT_EQ(perform("event 1 2 3 4 5 6 7"), (CommandReply{true, "event takes six words"}));
+    EXPECT_EQ(perform("event 1 2 3 4 5"), (CommandReply{true, kNoEvent}));
+    EXPECT_EQ(perform("event 1 2 3 4 5 6 7"), (CommandReply{true, kNoEvent}));
+    EXPECT_EQ(perform("event lost"), (CommandReply{true, kNoEvent}));
+    EXPECT_EQ(perform("event gone 0"), (CommandReply{true, kNoEvent}));
     for (const std::string word : {"x", "0x", "-1", "4294967296", "0x100000000", "1.5", "0X1"}) {
         EXPECT_EQ(perform("event 1 2 3 4 5 " + word),
                   (CommandReply{true, "\"" + word + "\" is no word of 32 bits, decimal or 0x"}));

@@ -46,9 +46,9 @@ CardStatus example() {
     status.traffic = sim::TrafficState::kRunning;
     status.feeds = {FeedStatus{16384, 12, 7, 900, true, false, 3, 0},
                     FeedStatus{16384, 12, 7, 0, true, false, 0, 0},
-                    FeedStatus{4096, 3, 1, 80, false, true, 0, 21}, FeedStatus{4096, 0, 0, 0, false}};
+                    FeedStatus{4096, 3, 1, 80, false, true, 0, 21, true, 42}, FeedStatus{4096, 0, 0, 0, false}};
     status.forwarding = {.is_open = true, .openings = 2, .forwarded = 5000, .withheld = 70};
-    status.registers = {{"build_version", 4, 0x10121}};
+    status.registers = {{"build_version", 4, 0x10121}, {"init_mask", 0x1000, 0}};
     status.channels = {{.channel = 0},
                        {.channel = 1,
                         .is_open = true,
@@ -232,6 +232,10 @@ TEST(SimcardStatusText, JsonHasEveryValueUnderItsName) {
     EXPECT_EQ(json.at("cores").at("shfe_4ps"), "started");
     EXPECT_EQ(json.at("cores").at("ine_4ps"), "stopped");
     EXPECT_EQ(json.at("registers").at("build_version"), 65825);
+    EXPECT_EQ(json.at("registers").at("init_mask"), 0);
+    EXPECT_EQ(json.at("snapshot_cycles").at("ine_2ps"), 42);
+    EXPECT_EQ(json.at("lines").at("ine_2ps"), "cut");
+    EXPECT_EQ(json.at("lines").at("shfe_2ps"), "whole");
 }
 
 TEST(SimcardStatusText, JsonIsOneLine) {
@@ -245,25 +249,27 @@ TEST(SimcardStatusText, JsonOfNoCardSaysWhy) {
 TEST(SimcardStatusText, TableShowsChannelsWithAHistory) {
     ::setenv("TZ", "UTC", 1);
     ::tzset();
-    EXPECT_EQ(status_text(example()),
-              "card 5: on, pid 4711, since 2025-07-20 08:26:40, traffic running\n"
-              "\n"
-              "feed          rows  filled  subscribed     packets  core     table    refused  outside\n"
-              "shfe_2ps     16384      12           7         900  started  closed         3        0\n"
-              "shfe_4ps     16384      12           7           0  started  closed         0        0\n"
-              "ine_2ps       4096       3           1          80  stopped  open           0       21\n"
-              "ine_4ps       4096       0           0           0  stopped  open           0        0\n"
-              "\n"
-              "snapshot forwarding: open, opened 2 times, 5000 frames forwarded, 70 withheld\n"
-              "\n"
-              "channel    reader        sent       taken  waiting      lost abandoned     unheard\n"
-              "1              99         100          60       10         5        30           6\n"
-              "2               -           0           0        0         0         0           8\n"
-              "\n"
-              "register            number       value     decimal\n"
-              "build_version          0x4     0x10121       65825\n"
-              "\n"
-              "register lock: 1 recoveries from killed clients, 2 accesses without it\n");
+    EXPECT_EQ(
+        status_text(example()),
+        "card 5: on, pid 4711, since 2025-07-20 08:26:40, traffic running\n"
+        "\n"
+        "feed         rows  filled  subscribed     packets  core    table    refused  outside  line   cycles\n"
+        "shfe_2ps    16384      12           7         900  started closed         3        0  whole       0\n"
+        "shfe_4ps    16384      12           7           0  started closed         0        0  whole       0\n"
+        "ine_2ps      4096       3           1          80  stopped open           0       21  cut        42\n"
+        "ine_4ps      4096       0           0           0  stopped open           0        0  whole       0\n"
+        "\n"
+        "snapshot forwarding: open, opened 2 times, 5000 frames forwarded, 70 withheld\n"
+        "\n"
+        "channel    reader        sent       taken  waiting      lost abandoned     unheard\n"
+        "1              99         100          60       10         5        30           6\n"
+        "2               -           0           0        0         0         0           8\n"
+        "\n"
+        "register                  number       value     decimal\n"
+        "build_version                0x4     0x10121       65825\n"
+        "(all others hold 0)\n"
+        "\n"
+        "register lock: 1 recoveries from killed clients, 2 accesses without it\n");
 }
 
 TEST(SimcardStatusText, TableSaysThatNothingHappenedYet) {
