@@ -21,9 +21,14 @@ namespace kova::test {
 
 class Receiver {
  public:
-    /** Starts `kova-quotes` on the channel, CSV on its output and sleeping between empty polls. */
-    Receiver(std::uint32_t card, std::uint32_t channel, std::vector<std::string> arguments = {})
-        : process_(start(directory_.path(), card, channel, std::move(arguments))) {}
+    /**
+     * Starts `kova-quotes` on the channel, CSV on its output and sleeping between empty polls.
+     *
+     * @param configuration further lines of its configuration, from the [config] section on.
+     */
+    Receiver(std::uint32_t card, std::uint32_t channel, std::vector<std::string> arguments = {},
+             const std::string& configuration = {})
+        : process_(start(directory_.path(), card, channel, std::move(arguments), configuration)) {}
 
     [[nodiscard]] Process& process() { return process_; }
     [[nodiscard]] std::filesystem::path directory() const { return directory_.path(); }
@@ -65,10 +70,11 @@ class Receiver {
 
  private:
     static Process start(const std::filesystem::path& directory, std::uint32_t card, std::uint32_t channel,
-                         std::vector<std::string> arguments) {
+                         std::vector<std::string> arguments, const std::string& configuration) {
         const std::filesystem::path config = directory / "kova.ini";
         std::ofstream(config) << "[config]\ndevice=xilinx" << card << ':' << channel
-                              << "\nlog_level=7\nlog_path=" << directory.string() << '\n';
+                              << "\nlog_level=7\nlog_path=" << directory.string() << '\n'
+                              << configuration;
         arguments.insert(arguments.begin(), {"--config", config.string(), "--format", "csv", "--idle", "sleep",
                                              "--summary", (directory / "summary.json").string()});
         return Process::start(KOVA_QUOTES_PROGRAM, arguments);
