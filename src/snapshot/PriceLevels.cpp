@@ -11,7 +11,7 @@ struct SPriceLevel {
     uint32_t nVolume;
 };
 
-constexpr int32_t LEVEL_COUNT = 5;
+constexpr size_t LEVEL_COUNT = 5;
 
 // A side's levels lie from the fifth to the first.
 static_assert(offsetof(SInstTableType, bid5_price) + 4 * sizeof(SPriceLevel) ==
@@ -24,7 +24,7 @@ static_assert(offsetof(SInstTableType, bid1_price) + sizeof(SPriceLevel) ==
 template <typename TIsFree>
 void PutLevel(SInstTableType& refRow, size_t nBestOffset, SPriceLevel level, TIsFree isFree) {
     char* lpSlot = reinterpret_cast<char*>(&refRow) + nBestOffset;
-    for (int32_t i = 1; i < LEVEL_COUNT; ++i, lpSlot -= sizeof(level)) {
+    for (size_t i = 1; i < LEVEL_COUNT; ++i, lpSlot -= sizeof(level)) {
         int32_t nPrice;
         std::memcpy(&nPrice, lpSlot, sizeof(nPrice));
         if (nPrice <= 0 || isFree(nPrice)) {
