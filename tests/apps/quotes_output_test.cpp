@@ -75,7 +75,7 @@ TEST(QuoteOutput, WhatIsReservedAndCommittedIsWritten) {
     EXPECT_EQ(pipe.read_all(), "ab");
 }
 
-TEST(QuoteOutput, MoreThanABufferArrivesWholeAndInOrder) {
+TEST(QuoteOutputThread, MoreThanABufferArrivesWholeAndInOrder) {
     Pipe pipe;
     std::string expected;
     for (int i = 0; i < 50000; ++i) {
@@ -93,7 +93,7 @@ TEST(QuoteOutput, MoreThanABufferArrivesWholeAndInOrder) {
     EXPECT_TRUE(read == expected);
 }
 
-TEST(QuoteOutput, ANonBlockingDescriptorLosesNothing) {
+TEST(QuoteOutputThread, ANonBlockingDescriptorLosesNothing) {
     Pipe pipe;
     ::fcntl(pipe.writer, F_SETFL, O_NONBLOCK);
     const std::string piece(60000, 'x');
@@ -178,7 +178,7 @@ TEST(QuoteOutput, ASignalEndsTheWaitForAReaderThatDoesNotReadIfAsked) {
     EXPECT_EQ(output.failure(), "interrupted while the reader of the quotes did not read");
 }
 
-TEST(QuoteOutput, ASignalInTheMiddleOfAWriteEndsTheWaitToo) {
+TEST(QuoteOutputThread, ASignalInTheMiddleOfAWriteEndsTheWaitToo) {
     Pipe pipe;
     struct sigaction count {};
     count.sa_handler = [](int) { alarms = alarms + 1; };
