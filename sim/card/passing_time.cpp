@@ -38,8 +38,8 @@ SilenceWatch::Lanes SilenceWatch::too_long(const CardMemory& memory, std::int64_
         Lane& lane = lanes_[i];
         const std::uint64_t packets = packet_count(memory.registers, feed);
         const std::optional<std::uint32_t> allowed = allowed_silence(memory.registers, feed);
-        if (!allowed || packets != lane.packets) {
-            lane = {.packets = packets, .since = now, .is_told = false};
+        if (!allowed || !lane.is_watched || packets != lane.packets) {
+            lane = {.is_watched = allowed.has_value(), .packets = packets, .since = now, .is_told = false};
             continue;
         }
         due[i] = !lane.is_told && now - lane.since >= *allowed * kNanosecondsPerSecond;

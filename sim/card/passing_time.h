@@ -43,6 +43,7 @@ class SilenceWatch {
 
  private:
     struct Lane {
+        bool is_watched = false;
         std::uint64_t packets = 0;
         std::int64_t since = 0;
         bool is_told = false;

@@ -525,5 +525,53 @@ TEST(Selection, TheMarketMovesWhatIsHeard) {
     EXPECT_THAT(ids_of(options.hot, listing), ElementsAre("cu2501"));
 }
 
+// ---------------------------------------------------------------- the card and its events
+
+std::string refusal(const std::string& text) {
+    try {
+        static_cast<void>(parse(text));
+    } catch (const ScenarioError& error) {
+        return error.what();
+    }
+    return "nothing";
+}
+
+TEST(ScenarioCard, MemoryTakesAsLongAsItSays) {
+    EXPECT_EQ(parse("").card_memory, std::nullopt);
+    EXPECT_EQ(parse("card.memory = 0.5").card_memory, CardMemoryDelay(milliseconds(500)));
+    const Scenario never = parse("card.memory = \"never\"");
+    ASSERT_TRUE(never.card_memory.has_value());
+    EXPECT_EQ(*never.card_memory, std::nullopt);
+    EXPECT_EQ(refusal("[card]\nmemory = -1"),
+              "test.toml:2: memory must be a number of seconds from 0 to 3600, or \"never\"");
+}
+
+TEST(ScenarioCard, SnapshotsHaveARate) {
+    EXPECT_EQ(parse("").snapshot_rate, Rate(5000));
+    EXPECT_EQ(parse("snapshot.rate = 200").snapshot_rate, Rate(200));
+    EXPECT_EQ(parse("snapshot.rate = \"max\"").snapshot_rate, Rate());
+}
+
+TEST(ScenarioCard, EventsAreToldAtSecondsOrAtTheExchangesTime) {
+    const Scenario scenario = parse(
+        "[[events]]\nat = 1.5\ntell = \"event lost 0\"\n"
+        "[[events]]\nat = 09:30:00\ntell = \"feed stop ine2ps\"\n");
+    ASSERT_EQ(scenario.events.size(), 2U);
+    EXPECT_FALSE(scenario.events[0].is_exchange_time);
+    EXPECT_EQ(scenario.events[0].at, milliseconds(1500));
+    EXPECT_EQ(scenario.events[0].command, "event lost 0");
+    EXPECT_EQ(scenario.events[0].line, 1U);
+    EXPECT_TRUE(scenario.events[1].is_exchange_time);
+    EXPECT_EQ(scenario.events[1].at, hours(9) + minutes(30));
+    EXPECT_EQ(scenario.events[1].line, 4U);
+}
+
+TEST(ScenarioCard, EventsThatLackSomethingAreRefused) {
+    EXPECT_EQ(refusal("[[events]]\nat = 1"), "test.toml:1: an event needs both at and tell");
+    EXPECT_EQ(refusal("[[events]]\nat = 1\ntell = 5"), "test.toml:3: tell must be a text as \"event lost 0\"");
+    EXPECT_EQ(refusal("events = 1"), "test.toml:1: events must be tables, each under [[events]]");
+    EXPECT_EQ(refusal("[[events]]\nat = 1\ntell = \"x\"\nwhen = 2"), "test.toml:4: unknown key \"when\"");
+}
+
 }  // namespace
 }  // namespace kova::sim
