@@ -7,6 +7,7 @@
 
 #include "kova_simcard/run_commands.h"
 #include "sim/card/attached_card.h"
+#include "sim/card/registers.h"
 #include "sim/exchange/scenario.h"
 
 namespace kova::app {
@@ -67,6 +68,11 @@ class SimcardRunCommands : public ::testing::Test {
     void SetUp() override {
         add_rate_command(commands_, traffic_);
         add_event_command(commands_, card_);
+        add_feed_command(commands_, card_);
+        add_memory_command(commands_, card_);
+        add_register_command(commands_, card_);
+        add_power_cycle_command(commands_, card_);
+        add_snapshot_commands(commands_, sender_);
     }
 
     CommandReply perform(const std::string& line) const { return commands_.perform(line); }
@@ -76,6 +82,7 @@ class SimcardRunCommands : public ::testing::Test {
     sim::Market market_{listing_, sim::market_options(scenario_, sim::select(scenario_, listing_))};
     sim::Card card_ = sim::Card::power_on_privately(0, {.slots_log2 = 6});
     Traffic traffic_{card_, market_, {.rate = 1, .duration = std::chrono::seconds(10)}};
+    SnapshotSender sender_{card_, market_, {}};
     Commands commands_;
 };
 
@@ -136,6 +143,55 @@ TEST_F(SimcardRunCommands, EventOfOtherWordsIsRefused) {
                   (CommandReply{true, "\"" + word + "\" is no word of 32 bits, decimal or 0x"}));
     }
     EXPECT_EQ(reader->poll([](const std::uint8_t*, std::uint32_t) {}), 0);
+}
+
+TEST_F(SimcardRunCommands, FeedIsSilentUntilItIsStartedAgain) {
+    sim::preset_register(card_.memory().registers, 0x11120, 1);
+    const auto packets = [this] { return sim::read_register(card_.memory(), 0x1220); };
+    EXPECT_EQ(perform("feed stop shfe2ps"), (CommandReply{false, "shfe2ps is silent"}));
+    traffic_.step(0);
+    traffic_.step(2'000'000'000);
+    EXPECT_EQ(packets(), 0U);
+    EXPECT_GT(traffic_.totals().cut_off, 0U);
+    EXPECT_EQ(perform("feed start shfe2ps"), (CommandReply{false, "shfe2ps goes on"}));
+    traffic_.step(4'000'000'000);
+    EXPECT_GT(packets(), 0U);
+    EXPECT_EQ(perform("feed stop dce"),
+              (CommandReply{true, "\"dce\" is none of the feeds shfe2ps, shfe4ps, ine2ps, ine4ps, or 0 to 3"}));
+    EXPECT_TRUE(perform("feed shfe2ps").is_refused);
+}
+
+TEST_F(SimcardRunCommands, RegistersAreReadAndSetByNameAndNumber) {
+    EXPECT_EQ(perform("register error_count_4ps 17"),
+              (CommandReply{false, "register 0x22015 holds 0x11 (17)"}));
+    EXPECT_EQ(sim::read_register(card_.memory(), 0x22015), 17U);
+    EXPECT_EQ(perform("register 0x22015"), (CommandReply{false, "register 0x22015 holds 0x11 (17)"}));
+    EXPECT_EQ(perform("register last_update_ine_2ps 5"),
+              (CommandReply{false, "register 0x2042 holds 0x5 (5)"}));
+    EXPECT_TRUE(perform("register 0x24000").is_refused);
+    EXPECT_TRUE(perform("register nothing 5").is_refused);
+}
+
+TEST_F(SimcardRunCommands, MemoryAndPowerAreTheCards) {
+    EXPECT_EQ(perform("memory 1.5"), (CommandReply{false, "the memory gets ready in 1.5 s"}));
+    EXPECT_EQ(card_.memory().behaviour.memory_delay.load(), 1'500'000'000);
+    EXPECT_EQ(perform("memory never"), (CommandReply{false, "the memory never gets ready"}));
+    EXPECT_LT(card_.memory().behaviour.memory_delay.load(), 0);
+    EXPECT_TRUE(perform("memory later").is_refused);
+    sim::write_register(card_.memory(), 0x1001, 5);
+    EXPECT_EQ(perform("power-cycle"), (CommandReply{false, "the card has forgotten everything"}));
+    EXPECT_EQ(sim::read_register(card_.memory(), 0x1001), 0U);
+}
+
+TEST_F(SimcardRunCommands, ImpairmentsAreSetAndListed) {
+    EXPECT_EQ(perform("impair lose 0.25"), (CommandReply{false, "lose strikes 0.25 of the frames"}));
+    const std::string list = perform("impairments").text;
+    EXPECT_NE(list.find("\nlose              0.25           0\n"), std::string::npos) << list;
+    EXPECT_TRUE(perform("impair lose 2").is_refused);
+    EXPECT_TRUE(perform("impair eat 0.1").is_refused);
+    EXPECT_EQ(perform("quirky_cuts 0.5"),
+              (CommandReply{false, "0.5 of the messages are cut in the next one's header"}));
+    EXPECT_TRUE(perform("quirky_cuts x").is_refused);
 }
 
 }  // namespace

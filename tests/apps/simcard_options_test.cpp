@@ -96,6 +96,30 @@ TEST(SimcardOptions, ReplayOptionsWithoutACaptureAreRefused) {
     EXPECT_EQ(exit_code({"run", "--replay-repeat"}), 2);
 }
 
+TEST(SimcardOptions, CardIsAsTheDefaultsAreUnlessSaidOtherwise) {
+    const RunOptions run = parse_run({"run"});
+    EXPECT_FALSE(run.memory_delay.has_value());
+    EXPECT_FALSE(run.snapshot_rate.has_value());
+    EXPECT_EQ(run.hardware_version, 0x20260420U);
+    EXPECT_EQ(run.least_software, 0x01010133U);
+    const RunOptions other = parse_run({"run", "--memory", "0.5", "--hardware-version", "0x20270101",
+                                        "--least-software", "1.2.0.1", "--snapshot-rate", "700"});
+    EXPECT_EQ(other.memory_delay, sim::MemoryDelay(std::chrono::milliseconds(500)));
+    EXPECT_EQ(other.hardware_version, 0x20270101U);
+    EXPECT_EQ(other.least_software, 0x01020001U);
+    EXPECT_EQ(other.snapshot_rate, sim::Rate(700));
+    const RunOptions never = parse_run({"run", "--memory", "never"});
+    ASSERT_TRUE(never.memory_delay.has_value());
+    EXPECT_FALSE(never.memory_delay->has_value());
+}
+
+TEST(SimcardOptions, PropertiesThatNoCardHasAreRefused) {
+    EXPECT_EQ(exit_code({"run", "--memory", "soon"}), 2);
+    EXPECT_EQ(exit_code({"run", "--hardware-version", "new"}), 2);
+    EXPECT_EQ(exit_code({"run", "--least-software", "1.1"}), 2);
+    EXPECT_EQ(exit_code({"run", "--snapshot-rate", "0"}), 2);
+}
+
 TEST(SimcardOptions, TellTakesWordsForAProgram) {
     const Command command = parse({"tell", "--card", "3", "--wait", "2", "event", "1", "0x2"});
     ASSERT_TRUE(std::holds_alternative<TellOptions>(command));
