@@ -28,7 +28,7 @@ const std::string kHeading =
     "vol_multiple,upper_limit_price,lower_limit_price";
 
 void name_row(SInstTableType& row, const char* inst_id) {
-    std::strncpy(row.inst_id, inst_id, sizeof row.inst_id);
+    std::memcpy(row.inst_id, inst_id, strnlen(inst_id, sizeof row.inst_id));
 }
 
 class StaticInfoFileTest : public kova::test::BringUpTest {

@@ -23,7 +23,7 @@ std::string name_at(int year, int month, int day, int hour, int minute) {
 
 SInstTableType row_of(const char* inst_id) {
     SInstTableType row{};
-    std::strncpy(row.inst_id, inst_id, sizeof row.inst_id);
+    std::memcpy(row.inst_id, inst_id, strnlen(inst_id, sizeof row.inst_id));
     return row;
 }
 
