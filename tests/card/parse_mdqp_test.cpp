@@ -518,8 +518,8 @@ TEST_F(ParseMdqpTest, NegativeDealsAreCutTowardsZero) {
 TEST_F(ParseMdqpTest, TurnoverAndOpenInterestUseAllTheirBits) {
     parse(MdqpMessage().deal_info(
         {.inst_no = 4, .turnover = 184467440737095488.0, .open_interest = 18446744073709549568.0}));
-    EXPECT_EQ(row(4).turnover, 18'446'744'073'709'549'568U);
-    EXPECT_EQ(row(4).open_interest, 18'446'744'073'709'549'568U);
+    EXPECT_EQ(+row(4).turnover, 18'446'744'073'709'549'568U);
+    EXPECT_EQ(+row(4).open_interest, 18'446'744'073'709'549'568U);
     parse(MdqpMessage().deal_info(
         {.inst_no = 4, .turnover = 184467440737095520.0, .open_interest = 18446744073709551616.0}));
     EXPECT_EQ(words(4), Words{});
@@ -527,9 +527,9 @@ TEST_F(ParseMdqpTest, TurnoverAndOpenInterestUseAllTheirBits) {
 
 TEST_F(ParseMdqpTest, OpenInterestIsRoundedAndNotMultiplied) {
     parse(MdqpMessage().deal_info({.inst_no = 4, .open_interest = 1234.5}));
-    EXPECT_EQ(row(4).open_interest, 1235U);
+    EXPECT_EQ(+row(4).open_interest, 1235U);
     parse(MdqpMessage().deal_info({.inst_no = 4, .open_interest = 1234.4}));
-    EXPECT_EQ(row(4).open_interest, 1234U);
+    EXPECT_EQ(+row(4).open_interest, 1234U);
 }
 
 TEST_F(ParseMdqpTest, TheTradingDayIsTheLatestSeen) {
@@ -661,8 +661,8 @@ TEST_F(ParseMdqpTest, OrderStatisticsFillTheirWords) {
 TEST_F(ParseMdqpTest, AmountsMayBeNegative) {
     parse(MdqpMessage().order_statistics(
         {.inst_no = 4, .bid_amount = -12.34, .ask_amount = -92233720368547760.0}));
-    EXPECT_EQ(row(4).bid_amount, -1233);
-    EXPECT_EQ(row(4).ask_amount, std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(+row(4).bid_amount, -1233);
+    EXPECT_EQ(+row(4).ask_amount, std::numeric_limits<std::int64_t>::min());
 }
 
 TEST_F(ParseMdqpTest, AmountsWithoutAValueAreZero) {

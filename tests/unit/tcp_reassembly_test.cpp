@@ -522,7 +522,7 @@ std::vector<std::pair<int, int>> snap_fields(const ByteString& payload) {
     std::uint32_t offset = 8;
     while (const auto snap =
                NextSnapField(payload.data(), static_cast<std::uint32_t>(payload.size()), offset)) {
-        fields.emplace_back(snap->topic_id, snap->snap_no);
+        fields.emplace_back(int{snap->topic_id}, int{snap->snap_no});
     }
     return fields;
 }
