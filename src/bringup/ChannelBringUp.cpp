@@ -12,6 +12,7 @@
 #include "bringup/MdPktCnt.h"
 #include "engine/KovaShfeMdApiImpl.h"
 #include "log/CommonLog.h"
+#include "util/FilePtr.h"
 #include "wire/RegisterMap.h"
 
 namespace {
@@ -29,11 +30,6 @@ enum EConfigCrcError : int32_t {
     CONFIG_NOT_READ = -4,
     CONFIG_NO_CRC = -5,
 };
-
-struct CloseFile {
-    void operator()(FILE* lpFile) const { std::fclose(lpFile); }
-};
-using CFilePtr = std::unique_ptr<FILE, CloseFile>;
 
 /** Size of an open file; below 1 when it has none. */
 long FileSize(FILE* lpFile) {

@@ -7,23 +7,18 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <memory>
 #include <optional>
 
 #include "engine/KovaShfeMdApiImpl.h"
 #include "instruments/FeedInfo.h"
 #include "instruments/StaticInfoText.h"
 #include "log/CommonLog.h"
+#include "util/FilePtr.h"
 #include "wire/RegisterMap.h"
 
 namespace {
 
 constexpr uint32_t TOTAL_ROWS = sizeof(U50InstTable) / sizeof(SInstTableType);
-
-struct CloseFile {
-    void operator()(FILE* lpFile) const { std::fclose(lpFile); }
-};
-using CFilePtr = std::unique_ptr<FILE, CloseFile>;
 
 /**
  * Opens the file for writing from its start; null unless it is or becomes a regular one. The folder belongs to
