@@ -22,6 +22,7 @@
 #include "log/CommonLog.h"
 #include "snapshot/TcpReassembly.h"
 #include "support/snapshot_frame.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -331,6 +332,10 @@ class TcpReassemblyDifferential : public ::testing::Test {
  protected:
     // A line for each early frame passed would be most of the work.
     TcpReassemblyDifferential() { CCommonLog::GetInstance()->SetLogLevel(static_cast<ELOGLEVEL>(0)); }
+
+ private:
+    const kova::test::TempDir directory_;
+    const kova::test::WorkingDirectory working_directory_{directory_.path()};
 };
 
 TEST_F(TcpReassemblyDifferential, AStreamSurvivesEveryOrderRepetitionAndSegmentation) {

@@ -73,8 +73,6 @@ class TcpReassembly : public ::testing::Test {
     /** What the log says while `action` runs, each line as its message. */
     template <typename Action>
     static std::vector<std::string> logged(Action action) {
-        const kova::test::TempDir directory;
-        const kova::test::WorkingDirectory working_directory(directory.path());
         kova::test::StdoutCapture capture;
         action();
         std::vector<std::string> texts;
@@ -83,6 +81,10 @@ class TcpReassembly : public ::testing::Test {
         }
         return texts;
     }
+
+ private:
+    const kova::test::TempDir directory_;
+    const kova::test::WorkingDirectory working_directory_{directory_.path()};
 };
 
 // Splits.
