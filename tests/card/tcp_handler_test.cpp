@@ -13,6 +13,7 @@
 #include "card/allocations.h"
 #include "card/engine_test.h"
 #include "support/mdqp_message.h"
+#include "support/process.h"
 #include "support/snapshot_frame.h"
 
 namespace {
@@ -604,6 +605,26 @@ TEST_F(TcpHandlerTest, WhenAskedEveryMessageIsCaptured) {
     ASSERT_EQ(pcap.size(), 24U + 16U + 16U + 2U);
     EXPECT_EQ(pcap.substr(32, 8), std::string(8, '\0'));
     EXPECT_EQ(pcap.substr(48), std::string("\2\0\0\0\2\0\0\0\xAA\xBB", 10));
+}
+
+TEST_F(TcpHandlerTest, ACaptureIsReadByTcpdump) {
+    EngineAccess::config(*engine).dma_data_flag = true;
+    CWriteShot& shot = EngineAccess::write_dma_shot(*engine);
+    shot.CreateShotPcapLog();
+    take(Segment{.seq = 4'000'000'000, .payload = bytes_of(opening(kShfe2ps, 3, "cu2606"))});
+    take(ByteString{1, 0, 0, 0, 0xB0});
+    take(Segment{.seq = 7, .dst_port = 22000, .flags = kova::test::kTcpRst});
+    shot.CloseShotPcapLog();
+    // A segment of 8 bytes of header, 4 + 6 of topic, 4 + 112 of the instrument, 4 + 5 of another field.
+    // Through standard input: started by root, tcpdump gives root's rights up before it opens a file.
+    kova::test::Process tcpdump = kova::test::Process::run(
+        "/bin/sh", {"-c", "cat kova_u50_dma_*.pcap | " KOVA_TCPDUMP_PROGRAM " -nn -t -S -r -"});
+    EXPECT_EQ(tcpdump.exit_code(), 0) << tcpdump.error();
+    EXPECT_EQ(tcpdump.output(),
+              "IP 10.1.2.3.40000 > 10.1.2.4.33022: Flags [.], seq 4000000000:4000000143, ack 16909060, "
+              "win 65535, length 143\n"
+              "[Invalid header: caplen==0, len==0]\n"
+              "IP 10.1.2.3.40000 > 10.1.2.4.22000: Flags [R], seq 7, win 65535, length 0\n");
 }
 
 TEST_F(TcpHandlerTest, WithoutTheFlagNothingIsCaptured) {
