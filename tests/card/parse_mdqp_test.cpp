@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -542,6 +543,33 @@ TEST_F(ParseMdqpTest, TheTradingDayIsTheLatestSeen) {
     for (const std::string_view no_date : {"", "-1", "day", "\xFF"}) {
         parse(MdqpMessage().deal_info({.action_day = no_date}));
         EXPECT_EQ(EngineAccess::trading_day(*engine), 20260106) << no_date;
+    }
+}
+
+// Eight digits are read at once: a character that is none must be noticed wherever it stands, above or below
+// the digits, in a table of codes that has some with the eighth bit set.
+TEST_F(ParseMdqpTest, ADayEndsAtItsFirstCharacterThatIsNoDigit) {
+    for (const char stranger : {'/', ':', ' ', '-', '\x01', '\x7F', '\x80', '\xB5', '\xFF'}) {
+        const std::array<std::string, 7> days = {
+            std::string("2026010") + stranger,      std::string("202601") + stranger + "5",
+            std::string("20260") + stranger + "05", std::string("2026") + stranger + "105",
+            std::string("202") + stranger + "0105", std::string("20") + stranger + "60105",
+            std::string("2") + stranger + "260105"};
+        constexpr std::array<std::int32_t, 7> kRead = {2026010, 202601, 20260, 2026, 202, 20, 2};
+        for (std::size_t i = 0; i < days.size(); ++i) {
+            EngineAccess::trading_day(*engine) = 0;
+            parse(MdqpMessage().deal_info({.action_day = days[i]}));
+            EXPECT_EQ(EngineAccess::trading_day(*engine), kRead[i])
+                << "character " << +static_cast<unsigned char>(stranger) << " at " << 7 - i;
+        }
+    }
+}
+
+TEST_F(ParseMdqpTest, ADayThatBeginsWithNoDigitIsNone) {
+    for (const char stranger : {'/', ':', 'x', '\x80', '\xFF'}) {
+        const std::string day = std::string(1, stranger) + "0260105";
+        parse(MdqpMessage().deal_info({.action_day = day}));
+        EXPECT_EQ(EngineAccess::trading_day(*engine), 0) << day;
     }
 }
 
