@@ -171,6 +171,32 @@ std::string set_quirky_cuts(SnapshotSender& sender, Commands::Words words) {
     return fmt::format("{:g} of the messages are cut in the next one's header", rate_of(words.front()));
 }
 
+constexpr std::string_view kRight = "right";
+
+sim::PriceFault fault_of(std::string_view text) {
+    if (text == kRight) {
+        return sim::PriceFault::none;
+    }
+    const auto found = std::ranges::find(sim::kPriceFaultNames, text);
+    if (found == sim::kPriceFaultNames.end()) {
+        throw CommandRefused(
+            fmt::format("\"{}\" is none of {}, {}", text, kRight, fmt::join(sim::kPriceFaultNames, ", ")));
+    }
+    return static_cast<sim::PriceFault>(found - sim::kPriceFaultNames.begin() + 1);
+}
+
+std::string set_prices(SnapshotSender& sender, Commands::Words words) {
+    if (words.size() < 2) {
+        throw CommandRefused("prices takes what is wrong with them, and instruments");
+    }
+    const sim::PriceFault fault = fault_of(words.front());
+    const Commands::Words inst_ids = words.subspan(1);
+    for (const std::string_view inst_id : inst_ids) {
+        sender.stream().set_price_fault(inst_id, fault);
+    }
+    return fmt::format("snapshots have prices {} of {}", words.front(), fmt::join(inst_ids, " "));
+}
+
 }  // namespace
 
 void add_rate_command(Commands& commands, Traffic& traffic) {
@@ -211,6 +237,8 @@ void add_snapshot_commands(Commands& commands, SnapshotSender& sender) {
                  [&sender](Commands::Words) { return show_impairments(sender.impairments()); });
     commands.add("quirky_cuts", "RATE", "share of the messages that are cut in the next one's header",
                  [&sender](Commands::Words words) { return set_quirky_cuts(sender, words); });
+    commands.add("prices", "FAULT|right INSTRUMENT...", "what is wrong with their prices in the snapshots",
+                 [&sender](Commands::Words words) { return set_prices(sender, words); });
 }
 
 }  // namespace kova::app

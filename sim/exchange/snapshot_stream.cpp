@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
 
 #include "sim/exchange/mdqp_writer.h"
 #include "sim/exchange/random.h"
@@ -63,12 +64,12 @@ SnapshotFeed SnapshotFeed::of(EMDQPDataType feed) {
 class SnapshotStream::Connection {
  public:
     Connection(const Market& market, const SnapshotFeed& feed, const SnapshotOptions& options,
-               std::vector<PriceFault> faults)
+               const std::vector<PriceFault>& faults)
         : market_(market),
           feed_(feed),
           message_bytes_(options.message_bytes),
           middle_flag_(options.middle_flag),
-          faults_(std::move(faults)),
+          faults_(faults),
           random_(options.seed ^ static_cast<std::uint64_t>(feed.topic_id) << 32U),
           cutter_(options.segments, random_.bits()),
           seq_(options.first_seq.value_or(random_.below(kLowerHalf))),
@@ -155,7 +156,7 @@ class SnapshotStream::Connection {
     SnapshotFeed feed_;
     std::size_t message_bytes_;
     std::uint8_t middle_flag_;
-    std::vector<PriceFault> faults_;  // as in Listing::instruments()
+    const std::vector<PriceFault>& faults_;  // as in Listing::instruments()
     Random random_;
     SegmentCutter cutter_;
     Stage stage_ = Stage::opening;
@@ -169,11 +170,11 @@ class SnapshotStream::Connection {
     std::uint64_t cycles_ = 0;
 };
 
-SnapshotStream::SnapshotStream(const Market& market, const SnapshotOptions& options) : order_(options.order) {
+SnapshotStream::SnapshotStream(const Market& market, const SnapshotOptions& options)
+    : market_(market), faults_(faults_by_index(market.listing(), options.bad_prices)), order_(options.order) {
     check(options);
-    const std::vector<PriceFault> faults = faults_by_index(market.listing(), options.bad_prices);
     for (const SnapshotFeed& feed : options.feeds) {
-        connections_.push_back(std::make_unique<Connection>(market, feed, options, faults));
+        connections_.push_back(std::make_unique<Connection>(market, feed, options, faults_));
     }
 }
 
@@ -210,6 +211,14 @@ void SnapshotStream::set_quirky_cuts(double rate) {
     for (const std::unique_ptr<Connection>& connection : connections_) {
         connection->set_quirky_cuts(rate);
     }
+}
+
+void SnapshotStream::set_price_fault(std::string_view inst_id, PriceFault fault) {
+    const Instrument* instrument = market_.listing().find(inst_id);
+    if (instrument == nullptr) {
+        throw std::invalid_argument("no such instrument: " + std::string(inst_id));
+    }
+    faults_[market_.listing().index(instrument->ref)] = fault;
 }
 
 std::uint64_t SnapshotStream::cycles(EMDQPDataType feed) const {

@@ -109,6 +109,8 @@ class SnapshotStream final : public FrameSource {
     void set_packet_no(EMDQPDataType feed, std::int32_t packet_no);
     /** Changes SegmentOptions::quirky_cuts from the next message on. Throws std::invalid_argument. */
     void set_quirky_cuts(double rate);
+    /** How an instrument's prices are sent from the next message on. Throws std::invalid_argument. */
+    void set_price_fault(std::string_view inst_id, PriceFault fault);
 
     /** Cycles of a feed that are finished. */
     [[nodiscard]] std::uint64_t cycles(EMDQPDataType feed) const;
@@ -121,6 +123,8 @@ class SnapshotStream final : public FrameSource {
 
     [[nodiscard]] const Connection* find(EMDQPDataType feed) const;
 
+    const Market& market_;
+    std::vector<PriceFault> faults_;  // as in Listing::instruments(); the connections look into it
     std::vector<std::unique_ptr<Connection>> connections_;
     SnapshotOrder order_;
     std::size_t turn_ = 0;  // index of the next frame's connection

@@ -9,9 +9,12 @@
 #include "sim/card/attached_card.h"
 #include "sim/card/registers.h"
 #include "sim/exchange/scenario.h"
+#include "sim/snapshot_reader.h"
 
 namespace kova::app {
 namespace {
+
+namespace test = sim::test;
 
 using sim::CommandReply;
 
@@ -192,6 +195,37 @@ TEST_F(SimcardRunCommands, ImpairmentsAreSetAndListed) {
     EXPECT_EQ(perform("quirky_cuts 0.5"),
               (CommandReply{false, "0.5 of the messages are cut in the next one's header"}));
     EXPECT_TRUE(perform("quirky_cuts x").is_refused);
+}
+
+TEST_F(SimcardRunCommands, PricesOfInstrumentsGoBadAndGetRightAgain) {
+    // The instruments are listed in one message: a cycle of five is that, an opening and a closing one.
+    const auto last_price = [this] {
+        test::Bytes payloads;
+        do {
+            const test::ReadFrame frame = test::read_frame(test::bytes_of(sender_.stream().next()));
+            payloads.insert(payloads.end(), frame.payload.begin(), frame.payload.end());
+        } while (!sender_.stream().at_cycle_start());
+        test::RowReader reader;
+        reader.read(test::read_messages(payloads));
+        return reader.rows.empty() ? -1 : reader.rows.at(3).last_price;
+    };
+    const std::string inst_id(listing_.at({.feed = SHFE_2PS, .inst_no = 3}).id());
+    const auto right = last_price();
+    EXPECT_GT(right, 0);
+    EXPECT_EQ(perform("prices negative " + inst_id),
+              (CommandReply{false, "snapshots have prices negative of " + inst_id}));
+    static_cast<void>(last_price());  // the other exchange's cycle
+    EXPECT_EQ(last_price(), -right);
+    EXPECT_EQ(perform("prices right " + inst_id).is_refused, false);
+    static_cast<void>(last_price());
+    EXPECT_EQ(last_price(), right);
+    EXPECT_EQ(perform("prices wrong " + inst_id),
+              (CommandReply{true,
+                            "\"wrong\" is none of right, crossed, beyond_limits, no_value, nan, infinite, "
+                            "negative"}));
+    EXPECT_EQ(perform("prices nan gold"), (CommandReply{true, "no such instrument: gold"}));
+    EXPECT_EQ(perform("prices nan"),
+              (CommandReply{true, "prices takes what is wrong with them, and instruments"}));
 }
 
 }  // namespace

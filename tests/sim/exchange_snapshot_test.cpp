@@ -457,6 +457,22 @@ TEST_F(SnapshotStreamTest, BadPricesAreThoseOfTheInstrumentsNamed) {
     }
 }
 
+TEST_F(SnapshotStreamTest, PricesGoBadAndGetRightAgainWhileItRuns) {
+    SnapshotStream stream(market_, only(SHFE_2PS));
+    const auto is_crossed = [&stream, inst_no = 5] {
+        test::RowReader reader;
+        reader.read(messages_of(read_cycle(stream)));
+        return reader.rows.at(inst_no).bid1_price >= reader.rows.at(inst_no).ask1_price;
+    };
+    const std::string_view inst_id = market_.listing().at({.feed = SHFE_2PS, .inst_no = 5}).id();
+    EXPECT_FALSE(is_crossed());
+    stream.set_price_fault(inst_id, PriceFault::crossed);
+    EXPECT_TRUE(is_crossed());
+    stream.set_price_fault(inst_id, PriceFault::none);
+    EXPECT_FALSE(is_crossed());
+    EXPECT_THROW(stream.set_price_fault("nothing", PriceFault::crossed), std::invalid_argument);
+}
+
 TEST_F(SnapshotStreamTest, MessagesInBetweenCanHaveAnotherFlag) {
     SnapshotOptions options = only(SHFE_2PS);
     options.middle_flag = 0x00;
