@@ -17,17 +17,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "KovaShfeMdApi.h"
 #include "bench/goals.h"
 #include "bench/hand_made_chain.h"
+#include "bench/repeats.h"
 #include "bench/sample_message.h"
 #include "bench/sdk_stream.h"
 #include "bench/silenced_output.h"
@@ -44,9 +44,6 @@ constexpr std::uint32_t kRingSlotsLog2 = 9;  // 96 KiB
 constexpr std::size_t kBatch = 400;          // quotes, or empty calls, of a timed section
 constexpr std::int64_t kSections = 2'000;
 constexpr std::size_t kDefaultRepeats = 21;
-
-// Counter in which a run hands over the median of its sections.
-constexpr const char* kPerCall = "ns_per_call";
 
 // The kinds of receiver: each takes one message a call, if there is one, and adds its change number to a sum.
 
@@ -182,120 +179,58 @@ std::uint64_t time_section(Receiver& receiver, int& taken) {
     return end - begin;
 }
 
+// What a run needs beside its receiver.
 struct Setting {
     sim::Card* card;
-    const std::string* folder;
     std::uint32_t channel;
     bool has_quotes;
 };
 
 template <typename Receiver>
-void measure(benchmark::State& state, const Setting& setting) {
-    Receiver receiver(setting.channel, *setting.folder);
-    const int expected = setting.has_quotes ? static_cast<int>(kBatch) : 0;
-    std::vector<double> sections;
-    sections.reserve(kSections);
-    for ([[maybe_unused]] auto section : state) {
-        if (setting.has_quotes) {
-            push_batch(*setting.card, setting.channel);
-        }
-        int taken = 0;
-        const double nanoseconds = static_cast<double>(time_section(receiver, taken)) * ns_per_tick();
-        if (taken != expected) {
-            state.SkipWithError("a quote was missed");
-            break;
-        }
-        state.SetIterationTime(nanoseconds * 1e-9);
-        sections.push_back(nanoseconds / static_cast<double>(kBatch));
+double time_batch(Receiver& receiver, const Setting& setting) {
+    if (setting.has_quotes) {
+        push_batch(*setting.card, setting.channel);
+    }
+    int taken = 0;
+    const double nanoseconds = static_cast<double>(time_section(receiver, taken)) * ns_per_tick();
+    if (taken != (setting.has_quotes ? static_cast<int>(kBatch) : 0)) {
+        throw std::runtime_error("a quote was missed");
     }
     benchmark::DoNotOptimize(receiver.sum());
-    // Of the sections the median: an interruption hits one of them, not all.
-    state.counters[kPerCall] = sections.empty() ? 0 : median(sections);
+    return nanoseconds;
 }
 
-using Measurement = void (*)(benchmark::State&, const Setting&);
+enum class Side : std::uint8_t { kFloor, kLibrary };
 
-struct Kind {
-    const char* name;
-    Measurement measurement;
-    bool is_library;
-    bool has_quotes;
-};
-
-constexpr std::array kKinds = {
-    Kind{"bare poll", measure<BarePoll>, false, true},
-    Kind{"hand-made callback", measure<ChainCallback>, false, true},
-    Kind{"hand-made fetch", measure<ChainFetch>, false, true},
-    Kind{"callback", measure<CallbackMode>, true, true},
-    Kind{"fetch", measure<FetchMode>, true, true},
-    Kind{"empty bare poll", measure<BarePoll>, false, false},
-    Kind{"empty hand-made", measure<ChainCallback>, false, false},
-    Kind{"empty callback", measure<CallbackMode>, true, false},
-    Kind{"empty fetch", measure<FetchMode>, true, false},
-};
-
-void register_repeat(std::size_t repeat, sim::Card& card, const std::string& folder) {
-    for (std::size_t i = 0; i < kKinds.size(); ++i) {
-        const bool is_swapped = repeat % 2 == 1;
-        const Kind& kind = kKinds[is_swapped ? kKinds.size() - 1 - i : i];
-        const Setting setting{.card = &card,
-                              .folder = &folder,
-                              .channel = kChannels[kind.is_library == is_swapped ? 0 : 1],
-                              .has_quotes = kind.has_quotes};
-        benchmark::RegisterBenchmark(kind.name, [setting, measurement = kind.measurement](
-                                                    benchmark::State& state) { measurement(state, setting); })
-            ->Iterations(kSections)
-            ->UseManualTime();
-    }
+// Library and floor change their channels from one repeat to the next: none of them keeps the better ring.
+std::uint32_t channel_of(Side side, std::size_t repeat) {
+    return kChannels[(side == Side::kLibrary) == (repeat % 2 == 1) ? 0 : 1];
 }
 
-// Keeps what each kind cost in each repeat, and shows the runs as they are made unless only a summary is
-// wanted.
-class Collector final : public benchmark::ConsoleReporter {
- public:
-    explicit Collector(bool is_quiet) : ConsoleReporter(OO_Tabular), is_quiet_(is_quiet) {}
-
-    bool ReportContext(const Context& context) override {
-        return is_quiet_ || ConsoleReporter::ReportContext(context);
-    }
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            const auto found = run.counters.find(kPerCall);
-            if (run.error_occurred || found == run.counters.end()) {
-                failed_ = true;
-                std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
-            } else {
-                costs_[run.run_name.function_name].push_back(found->second.value);
-            }
-        }
-        if (!is_quiet_) {
-            ConsoleReporter::ReportRuns(runs);
-        }
-    }
-
-    [[nodiscard]] bool failed() const { return failed_; }
-    // Not so when a filter has left kinds out.
-    [[nodiscard]] bool has_every_kind() const { return costs_.size() == kKinds.size(); }
-    [[nodiscard]] const std::vector<double>& costs(const std::string& kind) const { return costs_.at(kind); }
-
- private:
-    bool is_quiet_;
-    std::map<std::string, std::vector<double>> costs_;
-    bool failed_ = false;
-};
-
-std::vector<double> differences(const std::vector<double>& costs, const std::vector<double>& floor) {
-    std::vector<double> result;
-    for (std::size_t i = 0; i < costs.size(); ++i) {
-        result.push_back(costs[i] - floor[i]);
-    }
-    return result;
+template <typename Receiver>
+Kind kind(const char* name, Side side, bool has_quotes, sim::Card& card, const std::string& folder) {
+    return {name, kSections, [side, has_quotes, &card, &folder](std::size_t repeat) -> TimeSection {
+                const Setting setting{
+                    .card = &card, .channel = channel_of(side, repeat), .has_quotes = has_quotes};
+                return [setting, receiver = std::make_shared<Receiver>(setting.channel, folder)] {
+                    return time_batch(*receiver, setting);
+                };
+            }};
 }
 
-void print_row(const char* name, const std::vector<double>& values) {
-    const Spread shown = spread(values);
-    std::printf("%-34s %6.2f [%.2f %.2f]\n", name, shown.median, shown.lowest, shown.highest);
+std::vector<Kind> make_kinds(sim::Card& card, const std::string& folder) {
+    using enum Side;
+    return {
+        kind<BarePoll>("bare poll", kFloor, true, card, folder),
+        kind<ChainCallback>("hand-made callback", kFloor, true, card, folder),
+        kind<ChainFetch>("hand-made fetch", kFloor, true, card, folder),
+        kind<CallbackMode>("callback", kLibrary, true, card, folder),
+        kind<FetchMode>("fetch", kLibrary, true, card, folder),
+        kind<BarePoll>("empty bare poll", kFloor, false, card, folder),
+        kind<ChainCallback>("empty hand-made", kFloor, false, card, folder),
+        kind<CallbackMode>("empty callback", kLibrary, false, card, folder),
+        kind<FetchMode>("empty fetch", kLibrary, false, card, folder),
+    };
 }
 
 struct Comparison {
@@ -314,20 +249,20 @@ constexpr std::array kComparisons = {
     Comparison{"empty hand-made", "empty bare poll"},
 };
 
-Goals print_report(const Collector& collected, std::size_t repeats) {
-    std::printf("ns per call, median of %zu repeats [lowest highest]\n\n", repeats);
-    for (const Kind& kind : kKinds) {
-        print_row(kind.name, collected.costs(kind.name));
+Goals print_report(std::span<const Kind> kinds, const Costs& costs, std::size_t repeats) {
+    constexpr auto kCalls = static_cast<double>(kBatch);
+    std::printf("per call, median of %zu repeats [lowest highest]\n\n", repeats);
+    for (const Kind& kind : kinds) {
+        print_row(kind.name, costs.of(kind.name), kCalls, "ns");
     }
     std::printf("\ndifferences within a repeat\n\n");
     Goals goals;
     for (const Comparison& comparison : kComparisons) {
         const std::string name = std::string(comparison.kind) + " - " + comparison.floor;
-        const std::vector<double> extra =
-            differences(collected.costs(comparison.kind), collected.costs(comparison.floor));
-        print_row(name.c_str(), extra);
+        const std::vector<double> extra = costs.differences(comparison.kind, comparison.floor);
+        print_row(name, extra, kCalls, "ns");
         if (comparison.limit_ns) {
-            goals.at_most(name, median(extra), *comparison.limit_ns, "ns");
+            goals.at_most(name, median(extra) / kCalls, *comparison.limit_ns, "ns");
         }
     }
     std::printf("\n");
@@ -335,56 +270,15 @@ Goals print_report(const Collector& collected, std::size_t repeats) {
     return goals;
 }
 
-// What this program takes beside the options of Google Benchmark.
-struct Options {
-    std::size_t repeats = kDefaultRepeats;
-    bool is_checked = false;  // fail when a goal is missed
-    bool is_quiet = false;    // the summary only
-};
-
-// Takes one of our options; false when it is none.
-bool take_option(std::string_view argument, Options& options) {
-    constexpr std::string_view kRepeats = "--repeats=";
-    if (argument.starts_with(kRepeats)) {
-        options.repeats = std::stoul(std::string(argument.substr(kRepeats.size())));
-    } else if (argument == "--check") {
-        options.is_checked = true;
-    } else if (argument == "--summary") {
-        options.is_quiet = true;
-    } else {
-        return false;
-    }
-    return true;
-}
-
-// Takes our options out of the arguments and leaves the others to Google Benchmark.
-Options take_options(int& argc, char** argv) {
-    Options options;
-    int kept = 1;
-    for (int i = 1; i < argc; ++i) {
-        if (!take_option(argv[i], options)) {
-            argv[kept++] = argv[i];
-        }
-    }
-    argc = kept;
-    return options;
-}
-
-int run_all(const Options& options) {
+int run_all(const RepeatOptions& options) {
     const TemporaryFolder folder;
     sim::Card card = sim::Card::power_on_privately(kCard, {.slots_log2 = kRingSlotsLog2});
-    for (std::size_t repeat = 0; repeat < options.repeats; ++repeat) {
-        register_repeat(repeat, card, folder.path());
-    }
-    Collector collected(options.is_quiet);
-    benchmark::RunSpecifiedBenchmarks(&collected);
-    if (collected.failed()) {
-        return 2;
-    }
-    if (!collected.has_every_kind()) {
+    const std::vector<Kind> kinds = make_kinds(card, folder.path());
+    const std::optional<Costs> costs = measure(kinds, options);
+    if (!costs) {
         return 0;
     }
-    const Goals goals = print_report(collected, options.repeats);
+    const Goals goals = print_report(kinds, *costs, options.repeats);
     return options.is_checked && !goals.are_reached() ? 1 : 0;
 }
 
@@ -392,12 +286,5 @@ int run_all(const Options& options) {
 }  // namespace kova::bench
 
 int main(int argc, char** argv) {
-    try {
-        const kova::bench::Options options = kova::bench::take_options(argc, argv);
-        benchmark::Initialize(&argc, argv);
-        return benchmark::ReportUnrecognizedArguments(argc, argv) ? 2 : kova::bench::run_all(options);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "receive_benchmark: %s\n", error.what());
-        return 2;
-    }
+    return kova::bench::run_benchmark(argc, argv, kova::bench::kDefaultRepeats, kova::bench::run_all);
 }

@@ -1,7 +1,9 @@
 #include "bench/repeats.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
@@ -29,11 +31,15 @@ bool take_option(std::string_view argument, RepeatOptions& options) {
     return true;
 }
 
-void run_kind(benchmark::State& state, const Kind& kind) {
+void run_kind(benchmark::State& state, const Kind& kind, std::size_t repeat) {
     std::vector<double> sections;
+    TimeSection time_section;
     for ([[maybe_unused]] auto section : state) {
         try {
-            sections.push_back(kind.time_section());
+            if (!time_section) {
+                time_section = kind.begin_run(repeat);
+            }
+            sections.push_back(time_section());
         } catch (const std::exception& error) {
             state.SkipWithError(error.what());
             break;
@@ -91,12 +97,14 @@ RepeatOptions take_options(int& argc, char** argv, std::size_t default_repeats) 
 }
 
 std::vector<double> Costs::ratios(const std::string& kind, const std::string& floor) const {
-    const std::vector<double>& above = of(kind);
-    const std::vector<double>& below = of(floor);
     std::vector<double> result;
-    for (std::size_t i = 0; i < above.size(); ++i) {
-        result.push_back(above[i] / below[i]);
-    }
+    std::ranges::transform(of(kind), of(floor), std::back_inserter(result), std::divides<>());
+    return result;
+}
+
+std::vector<double> Costs::differences(const std::string& kind, const std::string& floor) const {
+    std::vector<double> result;
+    std::ranges::transform(of(kind), of(floor), std::back_inserter(result), std::minus<>());
     return result;
 }
 
@@ -104,8 +112,8 @@ std::optional<Costs> measure(std::span<const Kind> kinds, const RepeatOptions& o
     for (std::size_t repeat = 0; repeat < options.repeats; ++repeat) {
         for (std::size_t i = 0; i < kinds.size(); ++i) {
             const Kind& kind = kinds[repeat % 2 == 1 ? kinds.size() - 1 - i : i];
-            benchmark::RegisterBenchmark(kind.name.c_str(),
-                                         [&kind](benchmark::State& state) { run_kind(state, kind); })
+            benchmark::RegisterBenchmark(
+                kind.name.c_str(), [&kind, repeat](benchmark::State& state) { run_kind(state, kind, repeat); })
                 ->Iterations(kind.sections)
                 ->UseManualTime()
                 ->Unit(benchmark::kMicrosecond);

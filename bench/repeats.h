@@ -14,6 +14,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kova::bench {
@@ -28,13 +29,21 @@ struct RepeatOptions {
 /** Takes --repeats=N, --check and --summary out of the arguments and leaves the others. */
 [[nodiscard]] RepeatOptions take_options(int& argc, char** argv, std::size_t default_repeats);
 
+/** Nanoseconds of one timed section. Throws when something went otherwise than it should. */
+using TimeSection = std::function<double()>;
+
 /** One kind. */
 struct Kind {
     std::string name;
     std::int64_t sections;  // timed sections of a run
-    /** Nanoseconds of one section. Throws when something went otherwise than it should. */
-    std::function<double()> time_section;
+    /** Begins the run of a repeat; what it returns owns what the run needs and lives as long as the run. */
+    std::function<TimeSection(std::size_t repeat)> begin_run;
 };
+
+/** For Kind::begin_run, where every run is the same and needs nothing of its own. */
+[[nodiscard]] inline std::function<TimeSection(std::size_t repeat)> every_run(TimeSection time_section) {
+    return [time_section = std::move(time_section)](std::size_t /*repeat*/) { return time_section; };
+}
 
 /** What the kinds cost in each repeat: the median of a run's sections, in nanoseconds. */
 class Costs {
@@ -45,6 +54,8 @@ class Costs {
     [[nodiscard]] const std::vector<double>& of(const std::string& kind) const { return costs_.at(kind); }
     /** How many times as much one kind cost as another, in each repeat. */
     [[nodiscard]] std::vector<double> ratios(const std::string& kind, const std::string& floor) const;
+    /** How much more one kind cost than another, in nanoseconds, in each repeat. */
+    [[nodiscard]] std::vector<double> differences(const std::string& kind, const std::string& floor) const;
 
  private:
     std::map<std::string, std::vector<double>> costs_;

@@ -283,25 +283,25 @@ std::vector<Kind> snapshot_kinds(SnapshotKinds& snapshot, NaiveSnapshot& naive, 
     using enum Caches;
     const std::int64_t n = kSnapshotSections;
     return {
-        {"handler", n, [&] { return snapshot.time_engine(kWarm); }},
-        {"memcpy", n, [&] { return snapshot.time_memcpy(kWarm); }},
-        {"naive", n, [&] { return snapshot.time_naive(naive, kWarm); }},
-        {"naive, vectorised checksum", n, [&] { return snapshot.time_naive(vectorised, kWarm); }},
-        {"handler, cold", n, [&] { return snapshot.time_engine(kCold); }},
-        {"memcpy, cold", n, [&] { return snapshot.time_memcpy(kCold); }},
-        {"naive, cold", n, [&] { return snapshot.time_naive(naive, kCold); }},
-        {kFirstStopped, kStoppedSections, [&] { return snapshot.time_first_stopped_call(false); }},
-        {kAllStopped, kStoppedSections, [&] { return snapshot.time_first_stopped_call(true); }},
-        {kStopped, kStoppedSections, [&] { return snapshot.time_stopped_call(); }},
+        {"handler", n, every_run([&] { return snapshot.time_engine(kWarm); })},
+        {"memcpy", n, every_run([&] { return snapshot.time_memcpy(kWarm); })},
+        {"naive", n, every_run([&] { return snapshot.time_naive(naive, kWarm); })},
+        {"naive, vectorised checksum", n, every_run([&] { return snapshot.time_naive(vectorised, kWarm); })},
+        {"handler, cold", n, every_run([&] { return snapshot.time_engine(kCold); })},
+        {"memcpy, cold", n, every_run([&] { return snapshot.time_memcpy(kCold); })},
+        {"naive, cold", n, every_run([&] { return snapshot.time_naive(naive, kCold); })},
+        {kFirstStopped, kStoppedSections, every_run([&] { return snapshot.time_first_stopped_call(false); })},
+        {kAllStopped, kStoppedSections, every_run([&] { return snapshot.time_first_stopped_call(true); })},
+        {kStopped, kStoppedSections, every_run([&] { return snapshot.time_stopped_call(); })},
     };
 }
 
 void add_check_sum_kinds(std::vector<Kind>& kinds) {
     for (const CheckSumKind& kind : kCheckSumKinds) {
-        kinds.push_back(
-            {kind.name, kCheckSumSections, [buffer = check_sum_buffer(kind.size), check_sum = kind.check_sum] {
-                 return time_check_sum(buffer, check_sum);
-             }});
+        kinds.push_back({kind.name, kCheckSumSections,
+                         every_run([buffer = check_sum_buffer(kind.size), check_sum = kind.check_sum] {
+                             return time_check_sum(buffer, check_sum);
+                         })});
     }
 }
 

@@ -282,14 +282,14 @@ std::string of_channel(const char* kind, int channel) {
 
 std::vector<Kind> make_kinds(Tables& tables) {
     std::vector<Kind> kinds = {
-        {kWriter, 1, [&] { return tables.time_writer(); }},
-        {kBareWriter, 1, [&] { return tables.time_bare_writer(); }},
+        {kWriter, 1, every_run([&] { return tables.time_writer(); })},
+        {kBareWriter, 1, every_run([&] { return tables.time_bare_writer(); })},
     };
     for (int channel = 0; channel < kChannels; ++channel) {
         kinds.push_back({of_channel(kSubscription, channel), 1,
-                         [&tables, channel] { return tables.time_subscription(channel); }});
+                         every_run([&tables, channel] { return tables.time_subscription(channel); })});
         kinds.push_back({of_channel(kBareSubscription, channel), 1,
-                         [&tables, channel] { return tables.time_bare_subscription(channel); }});
+                         every_run([&tables, channel] { return tables.time_bare_subscription(channel); })});
     }
     return kinds;
 }
