@@ -9,7 +9,7 @@ set -euo pipefail
 # Everything is named, also what another package would only recommend: nothing comes in by recommendation.
 build=(binutils cmake g++ git jq libcli11-dev libfmt-dev libpcap-dev libtomlplusplus-dev ninja-build
   nlohmann-json3-dev pkg-config)
-test=(clang libgmock-dev libgtest-dev tcpdump)
+test=(clang libgmock-dev libgtest-dev python3 tcpdump)
 lint=(clang clang-format clang-tidy git python3 shellcheck)
 bench=(gnuplot-nox libbenchmark-dev libboost-dev)
 fuzz=(clang libclang-rt-dev lld llvm)
