@@ -25,6 +25,11 @@ class Row:
         return next(iter(self.codes(column)), None)
 
 
+def page_paths():
+    """Every page of the tree."""
+    return sorted(p.relative_to(ROOT).as_posix() for p in (*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")))
+
+
 def page(path):
     return (ROOT / path).read_text()
 
