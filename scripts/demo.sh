@@ -162,12 +162,29 @@ judge_manager() {
   [[ $got -gt 0 && $lost -eq 0 && $passed -ge 0 && $passed -lt 1000 ]]
 }
 
+# instrument_files: those of this machine, a name a line.
+instrument_files() {
+  find /tmp -maxdepth 1 -name '.shfe_*' | sort
+}
+
+# instrument_file: what channel 0 has written beside its quotes, and its first lines.
+instrument_file() {
+  local file
+  file=$(find /tmp -maxdepth 1 -name '.shfe_*' -newer "$scratch/begin" | tail -n 1)
+  [[ -n $file ]] || fail 'channel 0 wrote no instrument file'
+  printf '%s, %s lines:\n' "$file" "$(wc -l <"$file")"
+  head -n 3 "$file"
+}
+
 clean_up() {
-  local process
+  local process file
   for process in $(jobs -rp); do
     kill -TERM "$process" 2>/dev/null || true
   done
   wait
+  while read -r file; do
+    rm -f "$file"
+  done < <(comm -13 "$scratch/instrument_files" <(instrument_files))
   rm -rf "$scratch"
 }
 
@@ -178,6 +195,8 @@ build
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/kova-demo.XXXXXX")
 processes=()
 receivers=()
+instrument_files >"$scratch/instrument_files"
+touch "$scratch/begin"
 trap clean_up EXIT
 
 say "Powering simulated card $card: the full listing of both exchanges"
@@ -220,6 +239,8 @@ done
 for channel in 0 1 2 3; do
   show "$channel"
 done
+say 'The instrument file of the half-day'
+instrument_file
 say 'What the card says'
 judge_manager || result=1
 for channel in 1 2 3; do
