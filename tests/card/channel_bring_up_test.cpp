@@ -13,24 +13,16 @@
 
 #include "card/bring_up_test.h"
 
+namespace kova::test {
 namespace {
 
-using kova::test::Clock;
-using kova::test::did_read;
-using kova::test::joined;
-using kova::test::Polls;
-using kova::test::quote_number;
-using kova::test::RegisterTraffic;
-using kova::test::SnapshotFrames;
-using kova::test::Strings;
-using kova::test::wrote;
 using std::chrono::seconds;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class ChannelBringUpTest : public kova::test::BringUpTest {
+class ChannelBringUpTest : public BringUpTest {
  protected:
     int check_and_bring_up() { return EngineAccess::check_and_bring_up(*engine); }
     int bring_up(std::uint32_t config_crc) { return EngineAccess::bring_up(*engine, config_crc); }
@@ -423,3 +415,4 @@ TEST_F(BehindSnapshotTest, EachBringUpBeginsCapturesOfItsOwnWhenTheyAreWanted) {
 }
 
 }  // namespace
+}  // namespace kova::test

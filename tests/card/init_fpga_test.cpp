@@ -13,17 +13,9 @@
 #include "card/allocations.h"
 #include "card/bring_up_test.h"
 
+namespace kova::test {
 namespace {
 
-using kova::test::Allocations;
-using kova::test::Clock;
-using kova::test::did_read;
-using kova::test::Polls;
-using kova::test::quote_number;
-using kova::test::RegisterTraffic;
-using kova::test::SnapshotFrames;
-using kova::test::Strings;
-using kova::test::wrote;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using ::testing::Contains;
@@ -38,7 +30,7 @@ constexpr const char* kNetwork =
     "SRCMAC = 0a:0b:0c:0d:0e:0f\nSRCIP = 192.168.1.2\nSRCPORT = 5000\n"
     "TARGETROUTE = 21\nprice_protect_event_mask = 202116108\nwait_snap_timeout = 2";
 
-class InitFpgaTest : public kova::test::BringUpTest {
+class InitFpgaTest : public BringUpTest {
  protected:
     InitFpgaTest() { open(kNetwork); }
 
@@ -540,3 +532,4 @@ TEST_F(InitFpgaTest, AnotherChannelLeavesTablesAndFeedsAlone) {
 }
 
 }  // namespace
+}  // namespace kova::test

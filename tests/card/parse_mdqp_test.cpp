@@ -17,17 +17,9 @@
 #include "card/engine_test.h"
 #include "support/mdqp_message.h"
 
+namespace kova::test {
 namespace {
 
-using kova::test::AccessTrace;
-using kova::test::Bytes;
-using kova::test::deal_info_body;
-using kova::test::inst_info_body;
-using kova::test::MdqpMessage;
-using kova::test::order_statistics_body;
-using kova::test::price_detail_body;
-using kova::test::Strings;
-using kova::test::write_of;
 using ::testing::ElementsAre;
 
 constexpr std::uint16_t kShfe2ps = 33001;
@@ -48,7 +40,7 @@ constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 /** Words that are not zero, by their number. */
 using Words = std::map<std::size_t, std::uint32_t>;
 
-class ParseMdqpTest : public kova::test::EngineTest {
+class ParseMdqpTest : public EngineTest {
  protected:
     void SetUp() override {
         start_with_callback(5);
@@ -851,3 +843,4 @@ TEST_F(ParseMdqpTest, EachExchangeTellsItsFirstNearlyFullTable) {
 }
 
 }  // namespace
+}  // namespace kova::test

@@ -14,14 +14,9 @@
 #include "card/access_trace.h"
 #include "card/engine_test.h"
 
+namespace kova::test {
 namespace {
 
-using kova::test::AccessTrace;
-using kova::test::append;
-using kova::test::first_difference;
-using kova::test::read_of;
-using kova::test::Strings;
-using kova::test::write_of;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -67,7 +62,7 @@ AccessTrace row_subscribed(const TableRegisters& registers, std::uint32_t row, s
             write_of(registers.read_addr, row * 64), read_of(registers.read_data, after)};
 }
 
-class SubscriptionTest : public kova::test::EngineTest {
+class SubscriptionTest : public EngineTest {
  protected:
     void SetUp() override {
         start_with_callback(5);
@@ -598,7 +593,7 @@ TEST_F(SubscribeManagerTest, AnOptionIsSubscribedOnlyByAChannelThatWantsOptions)
 TEST_F(SubscribeManagerTest, ChannelsComeAndGoInTheTablesOfTheCard) {
     card.preset(0x1F14, 3);
     card.preset(0x1F15, 1);
-    kova::sim::ContractTables& tables = card->memory().tables;
+    sim::ContractTables& tables = card->memory().tables;
     std::memcpy(tables.shfe_2ps[0].inst_id, "cu2401", 7);
     std::memcpy(tables.shfe_2ps[1].inst_id, "cu2401C60000", 13);
     std::memcpy(tables.shfe_2ps[2].inst_id, "al2401", 7);
@@ -666,3 +661,4 @@ TEST_F(SubscribeManagerTest, ACountOfTheWholeTableIsNotTold) {
 }
 
 }  // namespace
+}  // namespace kova::test

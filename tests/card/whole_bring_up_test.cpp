@@ -12,18 +12,9 @@
 #include "card/allocations.h"
 #include "card/bring_up_test.h"
 
+namespace kova::test {
 namespace {
 
-using kova::test::Allocations;
-using kova::test::Clock;
-using kova::test::did_read;
-using kova::test::joined;
-using kova::test::Polls;
-using kova::test::quote_number;
-using kova::test::RegisterTraffic;
-using kova::test::SnapshotFrames;
-using kova::test::Strings;
-using kova::test::wrote;
 using std::chrono::seconds;
 using ::testing::Contains;
 using ::testing::HasSubstr;
@@ -96,7 +87,7 @@ Strings logged(const std::array<Written, N>& writes) {
     return lines;
 }
 
-class WholeBringUpTest : public kova::test::BringUpTest {
+class WholeBringUpTest : public BringUpTest {
  protected:
     WholeBringUpTest() {
         frames = SnapshotFrames().frames();
@@ -551,3 +542,4 @@ TEST_F(WholeBringUpTest, AReceiveFailsByTheLackOfAnySingleAllocationAndThrowsNot
 }
 
 }  // namespace
+}  // namespace kova::test
