@@ -27,6 +27,7 @@ std::atomic<std::int64_t> slept_ns{0};
 std::atomic<std::int64_t> step_ns{0};
 std::atomic<std::uint64_t> poll_count{0};
 std::function<void(std::uint64_t)> before_each_poll;
+std::function<void()> during_each_sleep;
 
 struct Handler {
     enyx_hw_a2c_handler function;
@@ -42,6 +43,9 @@ void call_handler(const unsigned char* message, unsigned int size, void* opaque)
 
 void sleep_for(nanoseconds span) {
     slept_ns += span.count();
+    if (during_each_sleep) {
+        during_each_sleep();
+    }
     now_ns += span.count();
 }
 
@@ -67,6 +71,10 @@ void Clock::move_per_poll(nanoseconds span) {
 
 nanoseconds Clock::slept() {
     return nanoseconds(slept_ns.load());
+}
+
+void Clock::during_each_sleep(std::function<void()> action) {
+    ::during_each_sleep = std::move(action);
 }
 
 std::uint64_t Polls::count() {

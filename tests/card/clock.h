@@ -23,6 +23,9 @@ class Clock {
 
     /** What all sleeps together asked for. */
     [[nodiscard]] static std::chrono::nanoseconds slept();
+
+    /** Called in the middle of each sleep; an empty function ends that. */
+    static void during_each_sleep(std::function<void()> action);
 };
 
 /** Polls of card-to-host streams by this program. */
