@@ -18,10 +18,10 @@
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "bench/channel_lists.h"
 #include "bench/goals.h"
 #include "bench/repeats.h"
 #include "bench/sdk_registers.h"
@@ -74,22 +74,6 @@ SInstTableType row_of(const sim::Instrument& instrument) {
     row.ask1_price = instrument.pre_settlement + instrument.tick;
     row.bid1_vol = row.ask1_vol = 10 + instrument.ref.inst_no % 90;
     return row;
-}
-
-// Five to twenty patterns: products, contracts and single options, as they come in the listing.
-std::string list_of_channel(int channel, std::span<const sim::Instrument> listed) {
-    if (channel == 0) {
-        return "all";
-    }
-    std::string list;
-    const std::size_t patterns = 5 + static_cast<std::size_t>(channel);
-    for (std::size_t i = 0; i < patterns; ++i) {
-        const std::size_t position = (i * 997 + static_cast<std::size_t>(channel) * 331) % listed.size();
-        const std::string_view id = listed[position].id();
-        const std::size_t length = i % 3 == 0 ? 2 : i % 3 == 1 ? 6 : id.size();
-        list.append(i == 0 ? "" : ",").append(id.substr(0, length));
-    }
-    return list;
 }
 
 class Tables {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks; some three minutes. What they mean: docs/benchmarks.md.
+# Builds and runs the benchmarks; some five minutes. What they mean: docs/benchmarks.md.
 #
 #   scripts/bench.sh [--check] [--repeats N]     --check: fail when a goal is missed
 #
@@ -59,7 +59,7 @@ run() {
 ./scripts/bootstrap.sh build bench
 cmake --preset release -DKOVA_BUILD_BENCH=ON >/dev/null
 cmake --build --preset release --target \
-  kova_receive_benchmark kova_latency_benchmark kova_snapshot_benchmark kova_table_benchmark
+  kova_receive_benchmark kova_latency_benchmark kova_snapshot_benchmark kova_table_benchmark kova_recovery_benchmark
 mkdir -p "$out"
 
 missed=
@@ -74,6 +74,8 @@ load=$(cut -d ' ' -f 1-3 /proc/loadavg)
     "$build/bench/kova_snapshot_benchmark" --summary "${check[@]}" "${repeats[@]}"
   run 'Contract tables and subscription' \
     "$build/bench/kova_table_benchmark" --summary "${check[@]}" "${repeats[@]}"
+  run 'From an event to the first quote behind it' \
+    "$build/bench/kova_recovery_benchmark" "${check[@]}" "${repeats[@]}"
 } >"$out/report.txt"
 cat "$out/report.txt"
 
