@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -28,9 +29,25 @@ class Receiver {
      */
     Receiver(std::uint32_t card, std::uint32_t channel, std::vector<std::string> arguments = {},
              const std::string& configuration = {})
-        : process_(start(directory_.path(), card, channel, std::move(arguments), configuration)) {}
+        : arguments_(whole(directory_.path(), std::move(arguments))) {
+        std::ofstream(config()) << "[config]\ndevice=xilinx" << card << ':' << channel
+                                << "\nlog_level=7\nlog_path=" << directory_.path().string() << '\n'
+                                << configuration;
+        start();
+    }
 
-    [[nodiscard]] Process& process() { return process_; }
+    /**
+     * Starts the program anew, as an operator does: same arguments, same file. What the earlier one wrote is
+     * gone.
+     *
+     * @param further_lines behind those that the file has.
+     */
+    void start_again(const std::string& further_lines = {}) {
+        std::ofstream(config(), std::ios::app) << further_lines;
+        start();
+    }
+
+    [[nodiscard]] Process& process() { return *process_; }
     [[nodiscard]] std::filesystem::path directory() const { return directory_.path(); }
 
     /** What it wrote with --summary; only after its end. */
@@ -41,7 +58,7 @@ class Receiver {
 
     /** Values of one column of the quotes written so far, the last row left out unless it is whole. */
     [[nodiscard]] std::vector<std::string> column(const std::string& name) const {
-        std::istringstream lines(process_.output());
+        std::istringstream lines(process_->output());
         std::string line;
         std::getline(lines, line);
         const std::vector<std::string> names = split(line);
@@ -69,16 +86,17 @@ class Receiver {
     }
 
  private:
-    static Process start(const std::filesystem::path& directory, std::uint32_t card, std::uint32_t channel,
-                         std::vector<std::string> arguments, const std::string& configuration) {
-        const std::filesystem::path config = directory / "kova.ini";
-        std::ofstream(config) << "[config]\ndevice=xilinx" << card << ':' << channel
-                              << "\nlog_level=7\nlog_path=" << directory.string() << '\n'
-                              << configuration;
-        arguments.insert(arguments.begin(), {"--config", config.string(), "--format", "csv", "--idle", "sleep",
-                                             "--summary", (directory / "summary.json").string()});
-        return Process::start(KOVA_QUOTES_PROGRAM, arguments);
+    static std::vector<std::string> whole(const std::filesystem::path& directory,
+                                          std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(),
+                         {"--config", (directory / "kova.ini").string(), "--format", "csv", "--idle", "sleep",
+                          "--summary", (directory / "summary.json").string()});
+        return arguments;
     }
+
+    [[nodiscard]] std::filesystem::path config() const { return directory_.path() / "kova.ini"; }
+
+    void start() { process_.emplace(Process::start(KOVA_QUOTES_PROGRAM, arguments_)); }
 
     static std::vector<std::string> split(const std::string& line) {
         std::vector<std::string> fields;
@@ -90,7 +108,8 @@ class Receiver {
     }
 
     TempDir directory_;
-    Process process_;
+    std::vector<std::string> arguments_;
+    std::optional<Process> process_;
 };
 
 }  // namespace kova::test
