@@ -13,6 +13,8 @@
 
 #include "sim/card/attached_card.h"
 #include "support/card_index.h"
+#include "support/fast_clock.h"
+#include "support/own_day.h"
 #include "support/process.h"
 #include "support/receiver.h"
 #include "support/simcard.h"
@@ -29,7 +31,8 @@ constexpr const char* kManager =
     "[channel0]\ninsts=all\noptions=recv\n"
     "[channel1]\ninsts=cu,sc\noptions=norecv\n";
 
-// The instrument file that a bring-up writes; its name changes with the day and its half.
+// The instrument file that a bring-up writes; its name changes with the day and its half. For one test alone,
+// which runs without a clock of ours: the others have days of their own, on which nothing but the date differs.
 class InstrumentFile {
  public:
     InstrumentFile() : names_{name(), {}} {}
@@ -118,7 +121,8 @@ TEST(BringUp, FreshCardComesUpAndQuotesReachEveryChannel) {
 }
 
 TEST(BringUp, LostPacketIsRecoveredFromWhileTheOthersStay) {
-    const InstrumentFile instruments;
+    const OwnDay day;
+    const FastClock clock(day.at(std::chrono::hours(9)));
     const ScenarioFile scenario(kScenario);
     Simcard card(own_card(), {"--scenario", scenario.path(), "--memory", "0"});
     ASSERT_TRUE(card.wait_until_on()) << card.process().error();
@@ -148,7 +152,8 @@ TEST(BringUp, LostPacketIsRecoveredFromWhileTheOthersStay) {
 }
 
 TEST(BringUp, CardOfAnOlderVersionIsRefused) {
-    const InstrumentFile instruments;
+    const OwnDay day;
+    const FastClock clock(day.at(std::chrono::hours(9)));
     const ScenarioFile scenario(kScenario);
     Simcard card(own_card(), {"--scenario", scenario.path(), "--hardware-version", "0x20260419"});
     ASSERT_TRUE(card.wait_until_on()) << card.process().error();
