@@ -141,5 +141,24 @@ TEST_F(Restart, WhenEventsAreCountedMeanwhileBringsTheCardUp) {
     EXPECT_EQ(initialisations(), 2U);
 }
 
+// Whatever has kept the snapshot away: attempts that have failed are not made again by the process that made
+// them.
+TEST_F(Restart, AfterAllAttemptsHaveFailedBringsTheCardUp) {
+    tell({"impair", "lose", "1"});
+    tell({"event", "lost", "shfe2ps"});
+    ASSERT_TRUE(eventually([&] {
+        clock_.pass(std::chrono::seconds(1));
+        return manager_->process().wait(std::chrono::milliseconds(0)).has_value();
+    }));
+    EXPECT_EQ(manager_->process().exit_code(), 3);
+    EXPECT_TRUE(is_said("channel0 m_u50InitCnt > 3")) << manager_->process().error();
+    EXPECT_EQ(openings(), 4U);
+
+    tell({"impair", "lose", "0"});
+    manager_->start_again();
+    ASSERT_TRUE(brings_up(5)) << manager_->process().error();
+    ASSERT_TRUE(quotes_go_on());
+}
+
 }  // namespace
 }  // namespace kova::test
