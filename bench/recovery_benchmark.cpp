@@ -144,28 +144,36 @@ double milliseconds(std::uint64_t begin, std::uint64_t end) {
     return milliseconds(static_cast<double>(end) - static_cast<double>(begin));
 }
 
-/** Nanoseconds of an access, by kind. */
-struct Prices {
-    double write;
-    double read;
-};
-
-/** What accesses of the open tables cost in a loop that does nothing else. */
-class BareAccesses {
+/** What accesses of the open tables cost in a loop that does nothing else, over many short loops. */
+class LoopPrices {
  public:
-    explicit BareAccesses(const sim::Listing& listing) {
-        rows_ = {listing.count(SHFE_2PS), listing.count(INE_2PS)};
+    /** One more loop. */
+    void add(const SdkAccessCalls& calls, enyx_hw_core* core, std::uint32_t first_word) {
+        write_ns_ += cpu_nanoseconds_of([&] {
+            for (std::uint32_t word = first_word; word < first_word + kWords; ++word) {
+                write(calls, core, REG_SHFE_TABLE_WDATA, word);
+                write(calls, core, REG_SHFE_TABLE_WADDR, word);
+            }
+        });
+        pair_ns_ += cpu_nanoseconds_of([&] {
+            for (std::uint32_t word = first_word; word < first_word + kWords; ++word) {
+                write(calls, core, REG_SHFE_TABLE_RADDR, word);
+                read(calls, core, REG_SHFE_TABLE_RDATA);
+            }
+        });
+        words_ += kWords;
     }
 
-    Prices prices(const SdkAccessCalls& calls, enyx_hw_core* core) const {
-        const double write_ns = time_writes(calls, core);
-        const double pair_ns = time_reads(calls, core);
-        return {.write = write_ns, .read = pair_ns - write_ns};
+    [[nodiscard]] double write_ns() const { return write_ns_ / (2 * words_); }
+    [[nodiscard]] double read_ns() const { return pair_ns_ / words_ - write_ns(); }
+    /** Milliseconds of so many accesses. */
+    [[nodiscard]] double of(double writes, double reads) const {
+        return (writes * write_ns() + reads * read_ns()) / 1e6;
     }
+
+    static constexpr std::uint32_t kWords = 2048;
 
  private:
-    static constexpr std::array<std::uint32_t, 4> kTables = {0x11000, 0x21000, 0x11004, 0x21004};
-
     static enyx_hw_register_description describe(std::uint32_t number) {
         return {.byte_offset = std::uint64_t{number} * 4, .bit_offset = 0, .bit_size = 32};
     }
@@ -176,45 +184,17 @@ class BareAccesses {
         calls.write(core, &description, value);
         calls.unlock(core);
     }
-
-    // Every word of every table, as the table writer goes through them.
-    static double time_writes(const SdkAccessCalls& calls, enyx_hw_core* core) {
-        std::uint64_t count = 0;
-        const double nanoseconds = cpu_nanoseconds_of([&] {
-            for (const std::uint32_t table : kTables) {
-                const std::uint32_t words =
-                    ((table & 4) == 0 ? SHFE_TABLE_ROWS : INE_TABLE_ROWS) * INST_ROW_WORDS;
-                for (std::uint32_t word = 0; word < words; ++word) {
-                    write(calls, core, table + 1, word);
-                    write(calls, core, table, word);
-                }
-                count += 2 * std::uint64_t{words};
-            }
-        });
-        return nanoseconds / static_cast<double>(count);
+    static void read(const SdkAccessCalls& calls, enyx_hw_core* core, std::uint32_t number) {
+        const enyx_hw_register_description description = describe(number);
+        std::uint64_t value = 0;
+        calls.lock(core);
+        calls.read(core, &description, &value);
+        calls.unlock(core);
     }
 
-    // Every word of the rows in use, as a subscription reads them: an address and its word.
-    double time_reads(const SdkAccessCalls& calls, enyx_hw_core* core) const {
-        std::uint64_t count = 0;
-        const double nanoseconds = cpu_nanoseconds_of([&] {
-            for (const std::uint32_t table : kTables) {
-                const std::uint32_t words = rows_[(table & 4) / 4] * INST_ROW_WORDS;
-                const enyx_hw_register_description data = describe(table + 3);
-                for (std::uint32_t word = 0; word < words; ++word) {
-                    write(calls, core, table + 2, word);
-                    std::uint64_t value = 0;
-                    calls.lock(core);
-                    calls.read(core, &data, &value);
-                    calls.unlock(core);
-                }
-                count += words;
-            }
-        });
-        return nanoseconds / static_cast<double>(count);
-    }
-
-    std::array<std::uint32_t, 2> rows_;
+    double write_ns_ = 0;
+    double pair_ns_ = 0;
+    double words_ = 0;
 };
 
 /** The file that the library lists the day's instruments in, gone afterwards if it is this program's. */
@@ -273,28 +253,25 @@ class Recovery {
     Split recover() {
         const SilencedOutput silenced;
         SdkWatch::restart();
+        bare_ = {};
+        watched_ = {};
+        SdkWatch::set_interlude([this] { price(); });
         spi_.came = 0;
         const std::uint64_t event = exchange_.lose_packets();
         receive_first_quote();
         return split(event);
     }
 
-    /**
-     * What the accesses of a recovery cost in a loop of their own, right now, and what watching adds to them: a
-     * busy machine has other prices from one second to the next.
-     */
-    void price(Split& split) const {
-        const Prices bare = bare_.prices(SdkWatch::bare_calls(), priced_core_);
-        const Prices watched = bare_.prices(SdkWatch::watched_calls(), priced_core_);
-        split.write_ns = bare.write;
-        split.read_ns = bare.read;
-        split.sdk = (split.writes * bare.write + split.reads * bare.read) / 1e6;
-        split.measuring = (split.writes * watched.write + split.reads * watched.read) / 1e6 - split.sdk;
-    }
-
     [[nodiscard]] const sim::Listing& listing() const { return exchange_.listing(); }
 
  private:
+    // What an access costs at this very moment: a busy machine has other prices from one second to the next.
+    void price() {
+        bare_.add(SdkWatch::bare_calls(), priced_core_, priced_word_);
+        watched_.add(SdkWatch::watched_calls(), priced_core_, priced_word_);
+        priced_word_ = (priced_word_ + LoopPrices::kWords) % (SHFE_TABLE_ROWS * INST_ROW_WORDS);
+    }
+
     void receive_first_quote() {
         while (spi_.came == 0) {
             if (api_->KovaRecv() < 0) {
@@ -328,7 +305,8 @@ class Recovery {
         }
         const SdkLandmark& behind_memory = *(&before_memory + 1);
         Split split{};
-        split.whole = milliseconds(event, spi_.came);
+        const double interludes = milliseconds(static_cast<double>(SdkWatch::interludes().ticks));
+        split.whole = milliseconds(event, spi_.came) - interludes;
         split.memory = milliseconds(before_memory.end, behind_memory.begin);
         split.decoding = milliseconds(listening.handler_ticks, taken.handler_ticks);
         split.snapshot = milliseconds(listening.end, taken.begin) - split.decoding;
@@ -339,8 +317,12 @@ class Recovery {
         split.reads = static_cast<double>(SdkWatch::reads().count);
         split.accesses = split.writes + split.reads;
         split.interrupted = static_cast<double>(SdkWatch::writes().interrupted + SdkWatch::reads().interrupted);
-        split.others = milliseconds(taken.begin, running.begin) - split.sleeps -
-                       static_cast<double>(running.cpu_ns - taken.cpu_ns) / 1e6;
+        split.others = milliseconds(taken.begin, running.begin) - interludes - split.sleeps -
+                       static_cast<double>(running.cpu_ns - taken.cpu_ns - SdkWatch::interludes().cpu_ns) / 1e6;
+        split.sdk = bare_.of(split.writes, split.reads);
+        split.measuring = watched_.of(split.writes, split.reads) - split.sdk;
+        split.write_ns = bare_.write_ns();
+        split.read_ns = bare_.read_ns();
         return split;
     }
 
@@ -373,7 +355,9 @@ class Recovery {
         [](CKovaShfeMdApi* api) { CKovaShfeMdApi::DestroyKovaShfeMdApi(*api); }};
     sim::InProcessCard priced_card_{1, kOptions};
     enyx_hw_core* const priced_core_ = open_core(1);
-    BareAccesses bare_{exchange_.listing()};
+    LoopPrices bare_;
+    LoopPrices watched_;
+    std::uint32_t priced_word_ = 0;
 };
 
 template <typename Value>
@@ -426,7 +410,6 @@ int run_all(const RepeatOptions& options) {
     std::vector<Split> splits;
     for (std::size_t i = 0; i < options.repeats; ++i) {
         splits.push_back(recovery.recover());
-        recovery.price(splits.back());
     }
     std::printf(
         "%u instruments of SHFE and %u of INE, 16 channels; median of %zu recoveries [lowest highest] and "

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <functional>
+#include <utility>
 
 #include "bench/statistics.h"
 #include "bench/tsc_clock.h"
@@ -75,6 +77,7 @@ struct Watch {
     std::vector<SdkLandmark> landmarks;
     std::uint64_t slept = 0;
     bool are_cores_started = false;
+    SdkWatch::Interludes interludes;
     std::uint64_t handler_ticks = 0;
     std::uint64_t handler_begin = 0;  // 0 outside a handler
 
@@ -85,6 +88,7 @@ struct Watch {
 };
 
 Watch watch;
+std::function<void()> interlude;
 
 void end_access() {
     static const auto longest = static_cast<std::uint64_t>(kLongestAccessNs / ns_per_tick());
@@ -108,6 +112,23 @@ std::int64_t thread_cpu_ns() {
     timespec now{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
     return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+void make_interlude() {
+    const std::uint64_t begin = ticks();
+    const std::int64_t begin_cpu = thread_cpu_ns();
+    const std::uint64_t accesses = watch.accesses;
+    const SdkAccesses writes = watch.writes;
+    const SdkAccesses reads = watch.reads;
+    const std::function<void()> made = std::exchange(interlude, {});
+    made();
+    interlude = made;
+    watch.accesses = accesses;
+    watch.writes = writes;
+    watch.reads = reads;
+    watch.is_timed = true;
+    watch.interludes.cpu_ns += thread_cpu_ns() - begin_cpu;
+    watch.interludes.ticks += ticks() - begin;
 }
 
 template <typename Access>
@@ -162,6 +183,14 @@ void SdkWatch::restart() {
     watch.landmarks.reserve(kMostLandmarks);
 }
 
+void SdkWatch::set_interlude(std::function<void()> interlude) {
+    kova::bench::interlude = std::move(interlude);
+}
+
+const SdkWatch::Interludes& SdkWatch::interludes() {
+    return watch.interludes;
+}
+
 const SdkAccesses& SdkWatch::writes() {
     return watch.writes;
 }
@@ -202,6 +231,9 @@ using kova::bench::watch;
 KOVA_INTERPOSED void enyx_hw_core_lock(enyx_hw_core* core) {
     watch.is_timed = ++watch.accesses % kova::bench::SdkWatch::kStride == 0;
     if (watch.is_timed) [[unlikely]] {
+        if (kova::bench::interlude && watch.accesses % kova::bench::SdkWatch::kInterludeStride == 0) {
+            kova::bench::make_interlude();
+        }
         watch.access_begin = kova::bench::begin_timing();
     }
     kSdk.lock(core);

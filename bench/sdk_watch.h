@@ -12,6 +12,7 @@
 #include <enyx_hw.h>
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace kova::bench {
@@ -56,8 +57,20 @@ class SdkWatch {
     /** One access in so many is timed: a number that no run of a table's words is a multiple of. */
     static constexpr std::uint64_t kStride = 61;
 
-    /** Forgets everything. */
+    /** An interlude is made before one access in so many, about every 20 milliseconds. */
+    static constexpr std::uint64_t kInterludeStride = kStride * 8192;
+
+    /** Forgets everything but the interlude. */
     static void restart();
+
+    /** What the accesses are interrupted for now and then; what it accesses itself does not count. */
+    static void set_interlude(std::function<void()> interlude);
+    /** What all interludes have taken. */
+    struct Interludes {
+        std::uint64_t ticks = 0;
+        std::int64_t cpu_ns = 0;
+    };
+    [[nodiscard]] static const Interludes& interludes();
 
     [[nodiscard]] static const SdkAccesses& writes();
     [[nodiscard]] static const SdkAccesses& reads();
