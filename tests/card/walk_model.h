@@ -1,16 +1,20 @@
 /**
  * The engine and its card as a user has to think of them, for a random walk: what is open, what the card holds,
  * what each call returns. Written from what the system promises; it calls nothing of the library.
- *
- *     state        flags of the engine                      a receive call            may become
- *     kIdle        nothing open                             is not made               kReady, kLost, kHalfUp,
- * ... kReady       brought up, or another channel than 0    one poll: 0 or 1          kLost by an event of the
- * card kLost        card's state forgotten                   brings up: 0, 1 or -1     kReady, kHalfUp,
- * kGivenUp kHalfUp      snapshot taken, not brought up           goes on behind it         kReady kGivenUp no
- * attempt left                          -1                        nothing but by a new engine kStopping    stop
- * asked for                           -1, snapshot forgotten    any by a start with callback kExiting signal
- * received                          -1, snapshot forgotten    never anything else
  */
+// clang-format off
+//     state        the engine                               a receive call                  may become
+//     kIdle        nothing open                             is not made                     any by a start
+//     kReady       brought up, or another channel than 0    one poll: 0 or 1                kLost by an event of the card,
+//                                                                                           kGivenUp by one when starts
+//                                                                                           in between have used up the
+//                                                                                           attempts
+//     kLost        the card's state is forgotten            brings it up: 0, 1 or -1        kReady, kHalfUp, kGivenUp
+//     kHalfUp      snapshot taken, not brought up           goes on behind it: 0, 1 or -1   kReady, kLost
+//     kGivenUp     no attempt left                          -1                              nothing but by a new engine
+//     kStopping    a stop is asked for                      -1, snapshot forgotten          any by a start with callback
+//     kExiting     a signal was received                    -1, snapshot forgotten          never anything else
+// clang-format on
 #ifndef KOVA_TESTS_CARD_WALK_MODEL_H
 #define KOVA_TESTS_CARD_WALK_MODEL_H
 
@@ -43,7 +47,7 @@ struct WalkRule {
         case kIdle:
             return {{0}, {kIdle}};
         case kReady:
-            return {{0, 1}, {kReady, kLost, kStopping, kExiting}};
+            return {{0, 1}, {kReady, kLost, kGivenUp, kStopping, kExiting}};
         case kLost:
             return {{-1, 0, 1}, {kReady, kLost, kHalfUp, kGivenUp, kStopping, kExiting}};
         case kHalfUp:
