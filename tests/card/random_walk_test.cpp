@@ -277,7 +277,10 @@ class Walker {
     }
 
     void receive_disturbed() {
-        disturb();
+        // A start has a disturbance of its own.
+        if (model_.may_receive()) {
+            disturb();
+        }
         receive();
     }
 
