@@ -24,10 +24,31 @@
 
 namespace kova::test {
 
-/** The frames of a snapshot of both 2PS feeds, on one connection of one port. */
-class SnapshotFrames {
+/** Messages on one connection of one port, each in a frame of its own. */
+class MessageFrames {
  public:
-    SnapshotFrames() {
+    explicit MessageFrames(std::uint32_t seq) : seq_(seq) {}
+
+    void add(const MdqpMessage& message) {
+        const Bytes bytes = message.bytes();
+        frames_.push_back(ethernet_frame({.seq = seq_, .payload = ByteString(bytes.begin(), bytes.end())}));
+        seq_ += static_cast<std::uint32_t>(bytes.size());
+    }
+
+    /** A frame without data: a snapshot that is all there is looked at with whatever comes next. */
+    void add_empty() { frames_.push_back(ethernet_frame({.seq = seq_})); }
+
+    [[nodiscard]] const std::vector<ByteString>& frames() const { return frames_; }
+
+ private:
+    std::vector<ByteString> frames_;
+    std::uint32_t seq_;
+};
+
+/** The frames of a snapshot of both 2PS feeds. */
+class SnapshotFrames : public MessageFrames {
+ public:
+    SnapshotFrames() : MessageFrames(5000) {
         // 183 bytes and more each: a first message must have more than 44.
         add(MdqpMessage(0x11)
                 .snap(1000, 7)
@@ -71,21 +92,8 @@ class SnapshotFrames {
                             .inst_no = 0})
                 .tail());
         add(MdqpMessage(0x01).packet_no(816).tail());
-        // Looked at when all is there: whatever comes next.
-        frames_.push_back(ethernet_frame({.seq = seq_}));
+        add_empty();
     }
-
-    [[nodiscard]] const std::vector<ByteString>& frames() const { return frames_; }
-
- private:
-    void add(const MdqpMessage& message) {
-        const Bytes bytes = message.bytes();
-        frames_.push_back(ethernet_frame({.seq = seq_, .payload = ByteString(bytes.begin(), bytes.end())}));
-        seq_ += static_cast<std::uint32_t>(bytes.size());
-    }
-
-    std::vector<ByteString> frames_;
-    std::uint32_t seq_ = 5000;
 };
 
 /**

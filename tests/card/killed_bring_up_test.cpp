@@ -165,30 +165,23 @@ std::string text_of(const std::string& file) {
 
 /** The snapshot that a victim gets, of instruments that its successor's has not. */
 std::vector<ByteString> snapshot_of_victim() {
-    std::vector<ByteString> frames;
-    std::uint32_t seq = 100'000;
-    const auto add = [&](const MdqpMessage& message) {
-        const kova::test::Bytes bytes = message.bytes();
-        frames.push_back(
-            kova::test::ethernet_frame({.seq = seq, .payload = ByteString(bytes.begin(), bytes.end())}));
-        seq += static_cast<std::uint32_t>(bytes.size());
-    };
+    kova::test::MessageFrames frames(100'000);
     const auto instrument = [](std::string_view id, std::int32_t number) {
         return kova::test::InstInfoField{
             .inst_id = id, .volume_multiple = 10, .price_tick = 1, .codec_price = 1, .inst_no = number};
     };
-    add(MdqpMessage(0x11)
-            .snap(1000, 1)
-            .packet_no(11)
-            .inst_info(instrument("ag2601", 0))
-            .inst_info(instrument("ag2602", 1))
-            .inst_info(instrument("cu2601", 2))
-            .inst_info(instrument("cu2602", 3)));
-    add(MdqpMessage(0x01).inst_info(instrument("zn2601", 4)).tail());
-    add(MdqpMessage(0x11).snap(5000, 1).packet_no(12).inst_info(instrument("bc2601", 0)));
-    add(MdqpMessage(0x01).inst_info(instrument("nr2601", 1)).tail());
-    frames.push_back(kova::test::ethernet_frame({.seq = seq}));
-    return frames;
+    frames.add(MdqpMessage(0x11)
+                   .snap(1000, 1)
+                   .packet_no(11)
+                   .inst_info(instrument("ag2601", 0))
+                   .inst_info(instrument("ag2602", 1))
+                   .inst_info(instrument("cu2601", 2))
+                   .inst_info(instrument("cu2602", 3)));
+    frames.add(MdqpMessage(0x01).inst_info(instrument("zn2601", 4)).tail());
+    frames.add(MdqpMessage(0x11).snap(5000, 1).packet_no(12).inst_info(instrument("bc2601", 0)));
+    frames.add(MdqpMessage(0x01).inst_info(instrument("nr2601", 1)).tail());
+    frames.add_empty();
+    return frames.frames();
 }
 
 constexpr std::string_view kConfigOfVictim =

@@ -70,33 +70,26 @@ using Frames = std::vector<ByteString>;
 
 /** The frames of a snapshot whose one row has a price above its limit. */
 Frames frames_with_bad_price() {
-    Frames frames;
-    std::uint32_t seq = 5000;
-    const auto add = [&](const MdqpMessage& message) {
-        const kova::test::Bytes bytes = message.bytes();
-        frames.push_back(
-            kova::test::ethernet_frame({.seq = seq, .payload = ByteString(bytes.begin(), bytes.end())}));
-        seq += static_cast<std::uint32_t>(bytes.size());
-    };
+    kova::test::MessageFrames frames(5000);
     const auto instrument = [](std::string_view id, std::int32_t number) {
         return kova::test::InstInfoField{
             .inst_id = id, .volume_multiple = 5, .price_tick = 1, .codec_price = 1, .inst_no = number};
     };
-    add(MdqpMessage(0x11)
-            .snap(1000, 7)
-            .packet_no(1)
-            .inst_info(instrument("cu2606", 0))
-            .deal_info({.inst_no = 0,
-                        .last_price = 100,
-                        .upper_limit_price = 110,
-                        .lower_limit_price = 90,
-                        .action_day = "20310215"})
-            .bid(0, 111, 3));
-    add(MdqpMessage(0x01).inst_info(instrument("al2607", 1)).tail());
-    add(MdqpMessage(0x11).snap(5000, 9).packet_no(1).inst_info(instrument("sc2606", 0)));
-    add(MdqpMessage(0x01).packet_no(2).tail());
-    frames.push_back(kova::test::ethernet_frame({.seq = seq}));
-    return frames;
+    frames.add(MdqpMessage(0x11)
+                   .snap(1000, 7)
+                   .packet_no(1)
+                   .inst_info(instrument("cu2606", 0))
+                   .deal_info({.inst_no = 0,
+                               .last_price = 100,
+                               .upper_limit_price = 110,
+                               .lower_limit_price = 90,
+                               .action_day = "20310215"})
+                   .bid(0, 111, 3));
+    frames.add(MdqpMessage(0x01).inst_info(instrument("al2607", 1)).tail());
+    frames.add(MdqpMessage(0x11).snap(5000, 9).packet_no(1).inst_info(instrument("sc2606", 0)));
+    frames.add(MdqpMessage(0x01).packet_no(2).tail());
+    frames.add_empty();
+    return frames.frames();
 }
 
 /** Two frames of the whole snapshot, the end of their connection, and the whole snapshot. */

@@ -1,13 +1,11 @@
 #include "card/register_traffic.h"
 
-#include <dlfcn.h>
-
-#include <cstdlib>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <utility>
 
+#include "card/next_definition.h"
 #include "card/table_shortcut.h"
 #include "enyx_hw.h"
 
@@ -15,6 +13,7 @@
 
 namespace {
 
+using kova::test::next_definition;
 using kova::test::TableShortcut;
 
 constexpr std::uint32_t kRegisterBytes = 4;
@@ -131,15 +130,6 @@ struct Answers {
 std::optional<Recorder> recorder;
 std::map<std::uint32_t, Answers> answers;
 std::function<void(bool, std::uint32_t)> before_each_access;
-
-template <typename Function>
-Function* next_definition(const char* name) {
-    auto* const function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-    if (function == nullptr) {
-        std::abort();
-    }
-    return function;
-}
 
 }  // namespace
 

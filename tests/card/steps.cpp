@@ -1,12 +1,10 @@
 #include "card/steps.h"
 
-#include <dlfcn.h>
-
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
+#include "card/next_definition.h"
 #include "card/table_shortcut.h"
 #include "enyx_hw.h"
 
@@ -14,6 +12,7 @@
 
 namespace {
 
+using kova::test::next_definition;
 using kova::test::Step;
 
 std::function<void(Step)> before_each_step;
@@ -22,15 +21,6 @@ void tell(Step step) {
     if (before_each_step) {
         before_each_step(step);
     }
-}
-
-template <typename Function>
-Function* next_definition(const char* name) {
-    auto* const function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-    if (function == nullptr) {
-        std::abort();
-    }
-    return function;
 }
 
 }  // namespace
