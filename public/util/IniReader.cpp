@@ -18,14 +18,23 @@ bool CIniReader::ReadConfig(const std::string& path) {
     if (!file.is_open()) {
         return false;
     }
-    // Memory that runs out in the middle would otherwise look like the file's end, and half a configuration
-    // like a whole one.
+    // A read error, or memory that runs out in the middle, would otherwise look like the file's end, and half a
+    // configuration like a whole one.
     file.exceptions(std::ios::badbit);
+    try {
+        _ReadLines(file);
+    } catch (const std::ios::failure&) {
+        m_configMap.clear();
+        return false;
+    }
+    return true;
+}
 
+void CIniReader::_ReadLines(std::istream& refFile) {
     std::string line;
     std::string section;
     std::map<std::string, std::string> keyMap;
-    while (std::getline(file, line)) {
+    while (std::getline(refFile, line)) {
         std::string key;
         std::string value;
         if (!AnalyseLine(line, section, key, value)) {
@@ -42,7 +51,6 @@ bool CIniReader::ReadConfig(const std::string& path) {
             m_configMap[section] = keyMap;
         }
     }
-    return true;
 }
 
 std::string CIniReader::ReadString(const char* lpSection, const char* lpKey, const char* lpDefault) const {

@@ -9,13 +9,17 @@
 #define KOVA_PUBLIC_UTIL_INI_READER_H
 
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <string>
 
 /** Names are case-sensitive. A line that makes no sense is skipped without a word. */
 class CIniReader {
  public:
-    /** Replaces what was read before by this file's content; false, and nothing kept, if it cannot be opened.
+    /**
+     * Replaces what was read before by this file's content.
+     *
+     * False, and nothing kept, if it cannot be opened or read to its end, as a directory cannot.
      */
     bool ReadConfig(const std::string& path);
 
@@ -46,6 +50,8 @@ class CIniReader {
     static void Trim(std::string& refText);
 
  private:
+    void _ReadLines(std::istream& refFile);
+
     std::map<std::string, std::map<std::string, std::string>> m_configMap;
 };
 

@@ -39,6 +39,13 @@ TEST(IniReader, FileThatCannotBeOpenedIsFalseAndForgetsWhatWasRead) {
     EXPECT_EQ(value_of(reader, "config", "key"), "<missing>");
 }
 
+TEST(IniReader, AFileThatCannotBeReadIsFalseAndForgetsWhatWasRead) {
+    const kova::test::TempDir directory;
+    CIniReader reader = reader_of("[config]\nkey=value\n");
+    EXPECT_FALSE(reader.ReadConfig(directory.path()));
+    EXPECT_EQ(value_of(reader, "config", "key"), "<missing>");
+}
+
 TEST(IniReader, FailureWritesNothing) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
