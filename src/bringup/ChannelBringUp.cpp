@@ -22,6 +22,13 @@ constexpr const char* KOVA_SUB_DMA_UP = "_KovaSubDmaUp";
 /** Seconds over which a card shows whether it receives. */
 constexpr unsigned int PKT_SAMPLE_SECONDS = 3;
 
+/** A signal ends a sleep early, and a sample cut short takes a card that receives for a silent one. */
+void SleepWhole(unsigned int nSeconds) {
+    while (nSeconds != 0) {
+        nSeconds = sleep(nSeconds);
+    }
+}
+
 /** Failures of _GetConfigCrc. */
 enum EConfigCrcError : int32_t {
     CONFIG_NOT_OPENED = -1,
@@ -94,7 +101,7 @@ bool CKovaShfeMdApiImpl::_IsCardRunning(uint32_t configCrc) {
     {
         const CLogLevelScope everything(LOG_EVERYTHING, m_u50ConfigInfo.log_level);
         _SamplePktCnt(pkts1);
-        sleep(PKT_SAMPLE_SECONDS);
+        SleepWhole(PKT_SAMPLE_SECONDS);
         _SamplePktCnt(pkts2);
         m_drvRegEnyx.ReadRegister(REG_CONFIG_CRC, lasrtCrc);
     }

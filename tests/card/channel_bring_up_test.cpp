@@ -84,6 +84,21 @@ TEST_F(RunningCardTest, TwoSamplesAreTakenThreeSecondsApartThenTheChecksumIsRead
     EXPECT_EQ(Clock::slept() - slept, seconds(3));
 }
 
+TEST_F(RunningCardTest, ASignalDoesNotShortenTheThreeSeconds) {
+    // A feed's packet arrives in the last second.
+    count({1, 2, 3, 4, 5}, {1, 2, 3, 4, 5});
+    Clock::interrupt_next_sleep_after(seconds(1));
+    const auto slept = Clock::slept();
+    Clock::during_each_sleep([&] {
+        if (Clock::slept() - slept == seconds(3)) {
+            RegisterTraffic::answer(0x1220, {2});
+        }
+    });
+    EXPECT_EQ(check_and_bring_up(), 0);
+    EXPECT_EQ(Clock::slept() - slept, seconds(3));
+    Clock::during_each_sleep({});
+}
+
 TEST_F(RunningCardTest, SamplesAreToldWhateverIsConfiguredAndNothingElse) {
     settings().log_level = static_cast<ELOGLEVEL>(0);
     CCommonLog::GetInstance()->SetLogLevel(static_cast<ELOGLEVEL>(0));

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 #include <utility>
 
 #include "card/allocations.h"
@@ -25,6 +26,7 @@ constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 std::atomic<std::int64_t> now_ns{1'767'578'400 * kNanosecondsPerSecond};
 std::atomic<std::int64_t> slept_ns{0};
 std::atomic<std::int64_t> step_ns{0};
+std::atomic<unsigned> interrupted_after{std::numeric_limits<unsigned>::max()};
 std::atomic<std::uint64_t> poll_count{0};
 std::function<void(std::uint64_t)> before_each_poll;
 std::function<void()> during_each_sleep;
@@ -77,6 +79,10 @@ void Clock::during_each_sleep(std::function<void()> action) {
     ::during_each_sleep = std::move(action);
 }
 
+void Clock::interrupt_next_sleep_after(seconds span) {
+    interrupted_after = static_cast<unsigned>(span.count());
+}
+
 std::uint64_t Polls::count() {
     return poll_count.load();
 }
@@ -103,8 +109,12 @@ KOVA_INTERPOSED int clock_gettime(clockid_t, struct timespec* result) noexcept {
 }
 
 KOVA_INTERPOSED unsigned int sleep(unsigned int span) {
-    sleep_for(seconds(span));
-    return 0;
+    unsigned slept = span;
+    if (interrupted_after < span) {
+        slept = interrupted_after.exchange(std::numeric_limits<unsigned>::max());
+    }
+    sleep_for(seconds(slept));
+    return span - slept;
 }
 
 KOVA_INTERPOSED int usleep(useconds_t span) {

@@ -26,6 +26,9 @@ class Clock {
 
     /** Called in the middle of each sleep; an empty function ends that. */
     static void during_each_sleep(std::function<void()> action);
+
+    /** The next sleep() that is longer ends after that time, as one that a signal interrupts. */
+    static void interrupt_next_sleep_after(std::chrono::seconds span);
 };
 
 /** Polls of card-to-host streams by this program. */
