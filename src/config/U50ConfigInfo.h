@@ -81,7 +81,7 @@ struct U50ConfigInfo {
     uint32_t last_tick_channel = 0; /**< bit c: channel c; 16 bits */
     uint32_t detect_interval = 0;   /**< no key: 0xFFFFFFFF once read */
     int32_t board_id = 0;
-    ELOGLEVEL log_level = static_cast<ELOGLEVEL>(0); /**< mask of levels */
+    ELOGLEVEL log_level = static_cast<ELOGLEVEL>(15); /**< mask of levels; the log's own until one is read */
     CMACType DSTMAC;
     CIPType DSTIP;
     uint16_t DSTPORT = 0;

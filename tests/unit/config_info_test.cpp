@@ -54,7 +54,7 @@ TEST(ConfigInfo, StartsWithItsConstructorsValues) {
     EXPECT_EQ(config->maxInstNo.ine4ps_max_inst_no, 0);
     EXPECT_EQ(config->last_tick_channel, 0U);
     EXPECT_EQ(config->detect_interval, 0U);
-    EXPECT_EQ(config->log_level, 0);
+    EXPECT_EQ(config->log_level, 15);
     EXPECT_FALSE(config->debug_flag);
     EXPECT_EQ(config->error_instno, 0);
     EXPECT_EQ(config->error_case, 0);
