@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "card/clocked_day.h"
 #include "card/engine_test.h"
-#include "card/own_day.h"
 #include "card/register_traffic.h"
 #include "support/mdqp_message.h"
 #include "support/snapshot_frame.h"
@@ -134,7 +134,7 @@ class BringUpTest : public EngineTest {
         sdk().stop();
     }
 
-    OwnDay day;
+    ClockedDay day;
     std::vector<ByteString> frames;
     std::function<void(std::uint64_t)> on_poll;
 

@@ -240,7 +240,7 @@ class KilledBringUpTest : public kova::test::EngineTest, public ::testing::WithP
     }
 
     SharedReport report;
-    kova::test::OwnDay day;
+    kova::test::ClockedDay day;
     std::uint32_t killed_in_lock = 0;
     std::array<std::uint32_t, kStageCount> killed_in{};
 

@@ -864,7 +864,7 @@ class RandomWalkTest : public ::testing::TestWithParam<std::uint32_t> {
     std::string walk(std::uint64_t seed) const {
         *account = {};
         const kova::test::TempDir directory;
-        const kova::test::OwnDay day;
+        const kova::test::ClockedDay day;
         const pid_t child = ::fork();
         if (child == 0) {
             ::alarm(kLongestSeconds);
