@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* INIT_FPGA = "_InitFpga";
 
-/** Seconds that the card's memory is given before its status is looked at. */
+/** The last whole second of the wait for the card's memory: its status is looked at once 6 seconds are over. */
 constexpr int64_t HBM2_WAIT_SECONDS = 5;
 
 constexpr uint32_t NETWORK_GROUP_COUNT = 4;

@@ -441,6 +441,30 @@ TEST_F(InitFpgaTest, ACompleteSnapshotEndsTheWait) {
     EXPECT_FALSE(EngineAccess::is_all_init_finished(*engine));
 }
 
+TEST_F(InitFpgaTest, ASnapshotThatIsCompletedByTheLastPollInTimeCounts) {
+    settings().wait_snap_timeout = 0;
+    on_poll = [this](std::uint64_t number) {
+        if (number == 7) {
+            EngineAccess::is_tcp_init_finished(*engine) = true;
+            Clock::advance(seconds(60));
+        }
+    };
+    EXPECT_EQ(init(), 0);
+    EXPECT_EQ(Polls::count(), 7U);
+}
+
+TEST_F(InitFpgaTest, AStopInTheLastPollInTimeIsNoTimeout) {
+    settings().wait_snap_timeout = 0;
+    on_poll = [this](std::uint64_t number) {
+        if (number == 7) {
+            engine->KovaStop();
+            Clock::advance(seconds(60));
+        }
+    };
+    EXPECT_EQ(init(), -1);
+    EXPECT_EQ(Polls::count(), 7U);
+}
+
 TEST_F(InitFpgaTest, AStopCountsAlsoWhenTheSnapshotIsComplete) {
     on_poll = [this](std::uint64_t number) {
         if (number == 7) {

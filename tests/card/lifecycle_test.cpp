@@ -1,5 +1,6 @@
 // The engine from the factory to its end: starts that succeed, starts that fail, stops, signals.
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -8,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "card/allocations.h"
 #include "card/engine_test.h"
@@ -15,8 +17,27 @@
 
 namespace {
 
+/** Signal whose handler the system refuses to install; 0 for none. */
+int refused_signal = 0;
+
+}  // namespace
+
+/** Stands before the system's own, so that a refusal can be had. */
+extern "C" int sigaction(int signal, const struct sigaction* action, struct sigaction* before) noexcept {
+    using Real = int (*)(int, const struct sigaction*, struct sigaction*);
+    static const auto real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "sigaction"));
+    if (signal == refused_signal) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real(signal, action, before);
+}
+
+namespace {
+
 using kova::sim::RegisterAccess;
 using kova::test::Allocations;
+using kova::test::Clock;
 using kova::test::quote_number;
 using kova::test::StdoutCapture;
 using kova::test::Strings;
@@ -240,6 +261,19 @@ TEST_F(LifecycleTest, AnUnreadableConfigurationFailsTheStart) {
     EXPECT_EQ(sdk().calls(), Strings{});
 }
 
+TEST_F(LifecycleTest, ADirectoryAsConfigurationFailsTheStartAndIsNamed) {
+    std::filesystem::create_directory("folder");
+    std::string printed;
+    {
+        const StdoutCapture capture;
+        EXPECT_EQ(engine->KovaStart(spi, "folder"), -2);
+        printed = capture.text();
+    }
+    EXPECT_THAT(printed, StartsWith("ReadConfig is folder failed \nInit, _ReadConfig failed \n"));
+    EXPECT_THAT(new_log(), ElementsAre("[E][KovaStart]_Init error"));
+    EXPECT_EQ(sdk().calls(), Strings{});
+}
+
 TEST_F(LifecycleTest, AMissingCardFailsTheStart) {
     EXPECT_EQ(engine->KovaStart(spi, config("device = xilinx7:3")), -2);
     const Strings log = new_log();
@@ -305,6 +339,19 @@ TEST_F(LifecycleTest, ReceivingBeforeAnyStartYieldsNothing) {
     EXPECT_EQ(sdk().calls(), Strings{});
 }
 
+TEST_F(LifecycleTest, ReceivingOnChannelZeroBeforeAnyStartFailsAndSaysSo) {
+    // Without a stream no poll moves the clock.
+    std::jthread time([](const std::stop_token& end) {
+        while (!end.stop_requested()) {
+            Clock::advance(std::chrono::milliseconds(10));
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_EQ(engine->KovaRecv(), -1);
+    EXPECT_EQ(new_log().back(), "[E][KovaRecv]_KovaSubDmaUp is error");
+    EXPECT_EQ(sdk().calls(), Strings{});
+}
+
 TEST_F(LifecycleTest, AStopBeforeACallbackStartIsUndoneByIt) {
     EXPECT_EQ(engine->KovaStop(), 0);
     start_with_callback(3);
@@ -356,8 +403,14 @@ TEST_F(LifecycleTest, AFetchStartKeepsTheCallbackObject) {
 // Binding to a core.
 
 TEST_F(LifecycleTest, NoCoreIsBoundByDefault) {
+    cpu_set_t before;
+    ASSERT_EQ(sched_getaffinity(0, sizeof(before), &before), 0);
+    start_with_callback(3);
     EXPECT_EQ(EngineAccess::bind_cpu(*engine), -1);
     EXPECT_THAT(new_log(), ElementsAre("[W][_BindCpu]could not set CPU[-1] affinity"));
+    cpu_set_t after;
+    ASSERT_EQ(sched_getaffinity(0, sizeof(after), &after), 0);
+    EXPECT_TRUE(CPU_EQUAL(&before, &after));
 }
 
 TEST_F(LifecycleTest, ACoreThatNoSetCanHoldIsRefusedAndTheStartGoesOn) {
@@ -414,6 +467,13 @@ TEST_F(LifecycleTest, ATerminationEndsReceivingAndNotTheProcess) {
                 ElementsAre("[E][SignalHandler][" + std::to_string(::getpid()) + "]received signal 15"));
     KovaShfeMdType record{};
     EXPECT_EQ(engine->KovaRecv(record), -1);
+}
+
+TEST_F(LifecycleTest, AStartGoesOnWithoutTheHandlersThatTheSystemRefuses) {
+    refused_signal = SIGTERM;
+    EXPECT_EQ(engine->KovaStart(spi, config_of_channel(3)), 0);
+    EXPECT_THAT(new_log(), Contains("[E][InitSignal]Failed to install SIGTERM handle!"));
+    EXPECT_TRUE(receives(3));
 }
 
 TEST_F(LifecycleTest, ABrokenPipeIsIgnored) {

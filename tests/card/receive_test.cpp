@@ -15,11 +15,13 @@
 #include <thread>
 
 #include "card/engine_test.h"
+#include "card/register_traffic.h"
 
 namespace {
 
 using kova::test::Polls;
 using kova::test::quote_number;
+using kova::test::RegisterTraffic;
 using kova::test::Strings;
 using ::testing::ElementsAre;
 
@@ -284,8 +286,11 @@ TEST_F(ReceiveTest, TheFirstMemoryEventIsNotedAndGoesNoFurther) {
 
 TEST_F(ReceiveTest, TheNextMemoryEventIsJudged) {
     start_channel_zero();
-    EngineAccess::is_hbm2_init_finished(*engine) = true;
+    card->push_event(0, {0, 0, 1, 0, 0, 0});
     card->push_event(0, {0x80, 0, 1, 0, 0, 0});
+    EXPECT_EQ(engine->KovaRecv(), 0);
+    EXPECT_TRUE(EngineAccess::is_all_init_finished(*engine));
+    forget();
     EXPECT_EQ(engine->KovaRecv(), 0);
     EXPECT_FALSE(EngineAccess::is_all_init_finished(*engine));
     const Strings log = new_log();
@@ -390,6 +395,21 @@ TEST_F(ReceiveTest, TheLoopReceivesUntilItIsStopped) {
     EXPECT_EQ(engine->KovaRecvStart(stopping, config_of_channel(3)), 0);
     EXPECT_THAT(numbers, ElementsAre(1, 2, 3));
     EXPECT_EQ(Polls::count(), 15U);
+}
+
+TEST_F(ReceiveTest, TheLoopEndsWithoutAnErrorWhenTheCardCannotBeBroughtUpAgain) {
+    // The checksum of this configuration lies in the card, packets flow: the start leaves the card alone.
+    const char* const path = config("crc_mux_check = 1\ninit_tcpcnt = 0\nboard_id = 8");
+    RegisterTraffic::answer(0x1001, {0xB8552D7B});
+    RegisterTraffic::answer(0x1220, {1, 2});
+    Polls::before_each([&](std::uint64_t number) {
+        if (number == 1) {
+            card->push_event(0, {0, 1, 0, 0, 0, 0});
+        }
+    });
+    EXPECT_EQ(engine->KovaRecvStart(spi, path), 0);
+    EXPECT_EQ(Polls::count(), 1U);
+    EXPECT_EQ(new_log().back(), "[E][KovaRecv]_KovaSubDmaUp is error");
 }
 
 TEST_F(ReceiveTest, TheLoopDoesNotBeginWhenTheStartFails) {

@@ -44,8 +44,8 @@ TEST(FpgaEvents, TheLowSixBitsOfALaneMeanNothing) {
 }
 
 TEST(FpgaEvents, TheLowFourBitsOfEachLaneMeanAPriceError) {
-    for (const std::uint32_t bit :
-         {0x1U, 0x2U, 0x4U, 0x8U, 0x100U, 0x800U, 0x10000U, 0x80000U, 0x1000000U, 0x8000000U}) {
+    for (const std::uint32_t bit : {0x1U, 0x2U, 0x4U, 0x8U, 0x100U, 0x200U, 0x400U, 0x800U, 0x10000U, 0x20000U,
+                                    0x40000U, 0x80000U, 0x1000000U, 0x2000000U, 0x4000000U, 0x8000000U}) {
         EXPECT_EQ(ClassifyFpgaEvent(event(0, bit, 0, 0)), FPGA_EVENT_PRICE_ERROR) << std::hex << bit;
     }
     EXPECT_EQ(ClassifyFpgaEvent(event(0, 0xF0F0F0F0, 0, 0)), FPGA_EVENT_NONE);
