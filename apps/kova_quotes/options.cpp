@@ -111,7 +111,7 @@ CommandLine read_command_line(int argc, const char* const* argv, std::ostream& o
         ->type_name("FORMAT")
         ->default_str("table")
         ->check(one_of(kFormats));
-    app.add_option("--idle", idle, "between empty polls: spin, yield the core, or sleep 50 us")
+    app.add_option("--idle", idle, "between empty polls: spin, yield the core, or sleep 1 ms")
         ->type_name("HOW")
         ->default_str("spin")
         ->check(one_of(kIdles));

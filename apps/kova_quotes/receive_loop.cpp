@@ -13,7 +13,7 @@ namespace kova::app {
 
 namespace {
 
-constexpr long kSleepNanoseconds = 50'000;
+constexpr long kSleepNanoseconds = 1'000'000;
 
 /** How many polls may pass between two looks at the clock; a poll that sleeps takes long enough for one. */
 unsigned polls_per_look(Idle idle) {
