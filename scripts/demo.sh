@@ -162,30 +162,28 @@ judge_manager() {
   [[ $got -gt 0 && $lost -eq 0 && $passed -ge 0 && $passed -lt 1000 ]]
 }
 
-# instrument_files: those of this machine, a name a line.
-instrument_files() {
-  find /tmp -maxdepth 1 -name '.shfe_*' | sort
+# note_instrument_file: a bring-up that begins now writes this half-day's; the demo's own, unless it has been there.
+note_instrument_file() {
+  local day hour
+  read -r day hour < <(date '+%Y%m%d %H')
+  instrument_file=/tmp/.shfe_${day}_$([[ $((10#$hour)) -lt 17 ]] && echo am || echo pm)
+  [[ -e $instrument_file ]] || own_instrument_files+=("$instrument_file")
 }
 
-# instrument_file: what channel 0 has written beside its quotes, and its first lines.
-instrument_file() {
-  local file
-  file=$(find /tmp -maxdepth 1 -name '.shfe_*' -newer "$scratch/begin" | tail -n 1)
-  [[ -n $file ]] || fail 'channel 0 wrote no instrument file'
-  printf '%s, %s lines:\n' "$file" "$(wc -l <"$file")"
-  head -n 3 "$file"
+# show_instrument_file: what channel 0 has written beside its quotes, and its first lines.
+show_instrument_file() {
+  [[ $instrument_file -nt $scratch/begin ]] || fail 'channel 0 wrote no instrument file'
+  printf '%s, %s lines:\n' "$instrument_file" "$(wc -l <"$instrument_file")"
+  head -n 3 "$instrument_file"
 }
 
 clean_up() {
-  local process file
+  local process
   for process in $(jobs -rp); do
     kill -TERM "$process" 2>/dev/null || true
   done
   wait
-  while read -r file; do
-    rm -f "$file"
-  done < <(comm -13 "$scratch/instrument_files" <(instrument_files))
-  rm -rf "$scratch"
+  rm -rf "$scratch" "${own_instrument_files[@]}"
 }
 
 build
@@ -195,7 +193,7 @@ build
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/kova-demo.XXXXXX")
 processes=()
 receivers=()
-instrument_files >"$scratch/instrument_files"
+own_instrument_files=()
 touch "$scratch/begin"
 trap clean_up EXIT
 
@@ -203,6 +201,7 @@ say "Powering simulated card $card: the full listing of both exchanges"
 power_on
 
 say 'Channel 0 looks for three seconds whether the card runs already, then brings it up'
+note_instrument_file
 receive 0 >"$scratch/channel0.quotes"
 watch_bring_up 1
 
@@ -219,6 +218,7 @@ for channel in 1 2 3; do
 done
 
 say 'The card tells that it has lost a packet: channel 0 brings it up again, the others stay'
+note_instrument_file
 tell event lost 0
 watch_bring_up 2
 for channel in 1 2 3; do
@@ -240,7 +240,7 @@ for channel in 0 1 2 3; do
   show "$channel"
 done
 say 'The instrument file of the half-day'
-instrument_file
+show_instrument_file
 say 'What the card says'
 judge_manager || result=1
 for channel in 1 2 3; do
