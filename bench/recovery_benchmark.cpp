@@ -416,10 +416,11 @@ int run_all(const RepeatOptions& options) {
         "its share\n\n",
         recovery.listing().count(SHFE_2PS), recovery.listing().count(INE_2PS), options.repeats);
     print_splits(splits);
+    const double rest_share = median(all(splits, [](const Split& split) { return split.rest_share(); }));
     Goals goals;
-    goals.at_most("the rest of a recovery",
-                  median(all(splits, [](const Split& split) { return split.rest_share(); })), kMostRestShare,
-                  "%");
+    goals.at_most("the rest of a recovery", rest_share, kMostRestShare, "%");
+    // What is left over cannot be less than nothing: below it, the parts are priced too high.
+    goals.at_least("the rest of a recovery", rest_share, 0, "%");
     goals.print(stdout);
     return options.is_checked && !goals.are_reached() ? 1 : 0;
 }
