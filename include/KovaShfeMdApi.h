@@ -42,8 +42,9 @@
  *     offset 172             173
  *             last_tick_flag  reverse[3]
  *
- * Prices are integers in the card's encoding, hundredths of the exchange's price. A level without orders has
- * price 0 and volume 0.
+ * The card defines the scale of prices and amounts, the library passes them on unchanged. Those of the
+ * simulated card are hundredths of the exchange's, as the tables have them that a card starts from; its levels
+ * without orders have price 0 and volume 0.
  */
 #pragma pack(push, 1)
 struct KovaShfeMdType {
@@ -121,8 +122,10 @@ class KOVA_SHFE_MD_EXPORT CKovaShfeMdSpi {
 /**
  * A receiver of one card channel.
  *
- * One object per channel, used by one thread: start and receive on the same thread, since the start binds it
- * to the configured core. KovaStop() alone may be called from any thread.
+ * One object, one channel, one process: registers, log and signal handlers exist once in a process, so a second
+ * channel, and above all a second card, wants a process of its own. It is used by one thread: start and receive
+ * on the same thread, since the start binds it to the configured core. KovaStop() alone may be called from any
+ * thread.
  *
  * Two modes, chosen by the start and not to be mixed: callback (`KovaStart(spi, config)` or `KovaRecvStart`,
  * then `KovaRecv()`) and fetch (`KovaStart(config)`, then `KovaRecv(record)`).
