@@ -128,6 +128,12 @@ constexpr bool IsBelowTableEnd(EMDQPDataType feed, int32_t nInstNo) {
     KOVA_LOG_AS(LOG_INFO, FUNCTION, "refMDQPDataType is error, %d.", feed);
 }
 
+/** All of the target is written, also for an empty text: the card gets the whole row. */
+void CopyInstId(char (&szTarget)[16], const char (&szSource)[31]) {
+    std::memcpy(szTarget, szSource, sizeof(szTarget) - 1);
+    szTarget[sizeof(szTarget) - 1] = '\0';
+}
+
 /**
  * The number that a date's text begins with, as atoi reads it. Eight digits are read at once, for there is a
  * date with every instrument: first the digits of each pair are joined, then the pairs, then the halves.
@@ -297,7 +303,7 @@ int CKovaShfeMdApiImpl::_FieldID0101(const inst_info_t& inst_info, const EMDQPDa
     lpRow->price_tick = ToCents(inst_info.price_tick);
     lpRow->codec_price = ToCents(inst_info.codec_price);
     lpRow->vol_multiple = static_cast<uint32_t>(inst_info.volume_multiple);
-    CUstCharArray<sizeof(lpRow->inst_id)>::BuffCast(lpRow->inst_id)._MyCopy(inst_info.inst_id);
+    CopyInstId(lpRow->inst_id, inst_info.inst_id);
     return 0;
 }
 

@@ -439,9 +439,11 @@ TEST_F(ParseMdqpTest, AShorterIdentifierLeavesNothingOfALongerOne) {
 }
 
 TEST_F(ParseMdqpTest, AnEmptyIdentifierMakesTheRowsOneEmpty) {
-    parse(MdqpMessage().inst_info({.inst_id = "cu2401", .inst_no = 4}));
+    parse(MdqpMessage().inst_info({.inst_id = "abcdefghijklmnopqrstuvwxyz01234", .inst_no = 4}));
+    EXPECT_EQ(inst_id_bytes(4), std::string("abcdefghijklmno\0", 16));
     parse(MdqpMessage().inst_info({.inst_id = "", .inst_no = 4}));
-    EXPECT_EQ(inst_id_bytes(4)[0], '\0');
+    // All of it: the card gets the row's every byte.
+    EXPECT_EQ(inst_id_bytes(4), std::string(16, '\0'));
 }
 
 // Trading.
