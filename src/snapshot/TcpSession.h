@@ -35,7 +35,7 @@ struct tcp_session_t {
     tcp_lost_buf_t* lost_buf_head; /**< owned list of early frames, ascending by sequence number */
     uint8_t* frag_buf; /**< owned, `new (std::nothrow) uint8_t[TCP_FRAG_BUF_SIZE]`: the head of an unfinished
                           message */
-    uint32_t lost_buf_size;   /**< frames in the list */
+    uint32_t lost_buf_size;   /**< frames put into the list since it began; the ones taken off it still count */
     uint32_t frag_buf_offset; /**< bytes in frag_buf */
     uint32_t next_expt_seq;   /**< next expected sequence number, host order */
     uint32_t current_seq;     /**< sequence number of the first segment, host order */
