@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -41,13 +40,8 @@ inline Strings read_log() {
         }
         std::ostringstream text;
         text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
-        for (const std::string& line : split_lines(text.str())) {
-            const std::optional<LogLine> parsed = parse_log_line(line);
-            const std::size_t end_of_file_name = parsed ? parsed->body.find(']') : std::string::npos;
-            lines.push_back(end_of_file_name == std::string::npos
-                                ? "<torn>" + line
-                                : parsed->tag.substr(parsed->tag.find(' ') + 1) +
-                                      parsed->body.substr(end_of_file_name + 1));
+        for (std::string& line : log_messages(text.str())) {
+            lines.push_back(std::move(line));
         }
     }
     return lines;

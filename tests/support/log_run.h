@@ -101,6 +101,21 @@ inline std::vector<std::string> log_bodies(const std::string& text) {
     return bodies;
 }
 
+/** The lines of a text, each as "[level][function]message"; "<torn>" and the line for what is not a whole one.
+ */
+inline std::vector<std::string> log_messages(const std::string& text) {
+    std::vector<std::string> messages;
+    for (const std::string& line : split_lines(text)) {
+        const std::optional<LogLine> parsed = parse_log_line(line);
+        const std::size_t end_of_file_name = parsed ? parsed->body.find(']') : std::string::npos;
+        messages.push_back(end_of_file_name == std::string::npos
+                               ? "<torn>" + line
+                               : parsed->tag.substr(parsed->tag.find(' ') + 1) +
+                                     parsed->body.substr(end_of_file_name + 1));
+    }
+    return messages;
+}
+
 /**
  * Runs body in a process of its own that stands in a fresh directory, and waits for its end.
  *

@@ -70,16 +70,12 @@ ByteString message(std::uint8_t flag, std::size_t size, std::uint8_t fill) {
 
 class TcpReassembly : public ::testing::Test {
  protected:
-    /** What the log says while `action` runs, each line as its message. */
+    /** What the log says while `action` runs, each line as "[level][function]message". */
     template <typename Action>
     static std::vector<std::string> logged(Action action) {
         kova::test::StdoutCapture capture;
         action();
-        std::vector<std::string> texts;
-        for (const std::string& body : kova::test::log_bodies(capture.text())) {
-            texts.push_back(body.substr(body.find("]", body.find("]") + 1) + 1));
-        }
-        return texts;
+        return kova::test::log_messages(capture.text());
     }
 
  private:
@@ -205,7 +201,7 @@ TEST_F(TcpReassembly, AFragmentOf64KiBGivesTheSessionUp) {
         session.take(71000, ByteString(10, 1));
         session.take(65535, whole.substr(65535));
     });
-    EXPECT_EQ(lines, std::vector<std::string>{"ignore tcp message!"});
+    EXPECT_EQ(lines, std::vector<std::string>{"[W][_TcpHandler]ignore tcp message!"});
     EXPECT_TRUE(session.messages.empty());
     EXPECT_EQ(session.session.init, 0);
     EXPECT_EQ(session.session.frag_flag, 0);
@@ -238,6 +234,38 @@ TEST_F(TcpReassembly, InAReplayAFragmentMayGrowTo100000BytesAndNotFurther) {
         EXPECT_EQ(session.session.lost_buf_head, nullptr);
         EXPECT_EQ(session.session.lost_flag, 0);
     }
+}
+
+TEST_F(TcpReassembly, AFragmentThatGrowsTooLongInAReplayTakesTheFramesBehindItAlong) {
+    Session session;
+    const ByteString behind = message(0x01, 20, 3);
+    take_long(session, message(0x11, 8 + 65535, 0).substr(0, 65535));
+    session.session.frag_buf[0] = 0x02;  // no message: it grows until it is too long
+    // One byte is missing; what waits behind it fills the buffer's 100000 bytes and then is one byte too much.
+    for (std::uint32_t i = 0; i < 34; ++i) {
+        session.take(65536 + i * 1000, ByteString(1000, 0));
+    }
+    session.take(99536, ByteString(464, 0));
+    session.take(100000, ByteString(1, 0));
+    // Behind that wait messages that could be taken.
+    session.take(100001, behind);
+    session.take(100021, behind);
+    session.take(100500, behind);  // behind a gap
+    session.session.next_expt_seq = kFirstSeq + 65534;
+    session.take(65535, ByteString(1, 0));
+    session.session.next_expt_seq = kFirstSeq + 65535;
+    const auto lines = logged([&] { session.take(65535, ByteString{}); });
+    EXPECT_EQ(lines, std::vector<std::string>{"[W][_TcpHandler]ignore tcp message!"});
+    EXPECT_TRUE(session.messages.empty());
+    EXPECT_EQ(session.session.init, 0);
+    EXPECT_EQ(session.session.frag_flag, 0);
+    EXPECT_EQ(session.session.frag_buf_offset, 0U);
+    EXPECT_EQ(session.session.frag_buf, nullptr);
+    EXPECT_EQ(session.session.lost_flag, 0);
+    EXPECT_EQ(session.session.lost_buf_size, 0U);
+    EXPECT_EQ(session.session.lost_buf_head, nullptr);
+    // Where the connection was given up: behind the frame that was too much.
+    EXPECT_EQ(session.session.next_expt_seq, kFirstSeq + 100001);
 }
 
 // Orders.
@@ -327,13 +355,26 @@ TEST_F(TcpReassembly, ARefusedEarlySegmentEndsTheReplayAndLeavesWhatFollowsWaiti
         session.take(40, message(0x01, 20, 3));
         session.take(0, message(0x11, 20, 1));
     });
-    EXPECT_EQ(lines, std::vector<std::string>{"not a mdqp header, check program logic"});
+    EXPECT_EQ(lines, std::vector<std::string>{"[E][_TcpHandler]not a mdqp header, check program logic"});
     EXPECT_EQ(session.messages, Messages{message(0x11, 20, 1)});
     EXPECT_EQ(session.session.next_expt_seq, kFirstSeq + 40);
     EXPECT_EQ(session.session.lost_flag, 1);
     EXPECT_EQ(session.session.lost_buf_size, 2U);  // counted until a replay comes to the list's end
     ASSERT_NE(session.session.lost_buf_head, nullptr);
     EXPECT_EQ(session.session.lost_buf_head->next, nullptr);
+}
+
+TEST_F(TcpReassembly, ARefusedLiveSegmentStillTakesUpWhatWaitsBehindIt) {
+    const ByteString last = message(0x01, 20, 2);
+    Session session;
+    session.take(20, last);
+    const auto lines = logged([&] { session.take(0, ByteString(20, 0x77)); });
+    EXPECT_EQ(lines, std::vector<std::string>{});
+    EXPECT_EQ(session.messages, Messages{last});
+    EXPECT_EQ(session.session.next_expt_seq, kFirstSeq + 40);
+    EXPECT_EQ(session.session.lost_flag, 0);
+    EXPECT_EQ(session.session.lost_buf_size, 0U);
+    EXPECT_EQ(session.session.lost_buf_head, nullptr);
 }
 
 TEST_F(TcpReassembly, InAReplayAShortTailIsTakenFromTheMessageBeforeIt) {
@@ -425,6 +466,43 @@ TEST_F(TcpReassembly, EarlyFramesStandInTheOrderOfTheirSequenceNumbers) {
     EXPECT_EQ(session.session.lost_flag, 1);
 }
 
+TEST_F(TcpReassembly, FramesThatStayBehindAReplayAreLinkedAsIfNoneHadStoodInFront) {
+    const ByteString whole = message(0x01, 100, 9);
+    const auto take = [&](Session& session, std::uint32_t begin, std::uint32_t end) {
+        session.take(begin, whole.substr(begin, end - begin));
+    };
+    Session session;
+    take(session, 15, 18);  // outdated when the gap closes
+    take(session, 20, 40);
+    take(session, 60, 70);
+    take(session, 80, 100);
+    take(session, 0, 20);
+    EXPECT_EQ(waiting(session.session), (Offsets{60, 80}));
+    EXPECT_EQ(session.session.lost_buf_size, 4U);
+    // What comes now finds its place among them, in front as well as between.
+    take(session, 60, 70);  // the first one again
+    take(session, 50, 60);
+    take(session, 70, 80);
+    EXPECT_EQ(waiting(session.session), (Offsets{50, 60, 70, 80}));
+    EXPECT_EQ(session.session.lost_buf_size, 6U);
+    take(session, 40, 50);
+    EXPECT_EQ(session.messages, Messages{whole});
+    EXPECT_EQ(session.session.lost_buf_head, nullptr);
+}
+
+TEST_F(TcpReassembly, FramesThatStayBehindARefusedOneAreLinkedAsIfItHadNotStoodInFront) {
+    Session session;
+    session.take(20, message(0x11, 20, 2));  // refused in the replay
+    session.take(40, message(0x01, 20, 3));
+    session.take(80, message(0x01, 20, 4));
+    session.take(0, message(0x11, 20, 1));
+    EXPECT_EQ(waiting(session.session), (Offsets{40, 80}));
+    session.take(60, message(0x01, 20, 5));
+    session.take(50, ByteString(1, 0));
+    EXPECT_EQ(waiting(session.session), (Offsets{40, 50, 60, 80}));
+    EXPECT_EQ(session.session.lost_buf_size, 5U);
+}
+
 TEST_F(TcpReassembly, AFrameIsKeptAsItCame) {
     Session session;
     const ByteString frame =
@@ -460,7 +538,7 @@ TEST_F(TcpReassembly, EachEarlyFramePassedOnTheWayIsALine) {
     for (const std::uint32_t offset : {10U, 20U, 30U, 40U}) {
         session.take(offset, ByteString(5, 1));
     }
-    const std::string line = "free the cache of packet loss.";
+    const std::string line = "[E][_TcpHandler]free the cache of packet loss.";
     EXPECT_EQ(logged([&] { session.take(5, ByteString(1, 1)); }), std::vector<std::string>{});
     EXPECT_EQ(logged([&] { session.take(7, ByteString(1, 1)); }), std::vector<std::string>{});
     // 5 7 10 20 30 40: from 5 on, three are passed before 30's place, and all five before the end.
@@ -476,7 +554,7 @@ TEST_F(TcpReassembly, The500thEarlyFrameIsKeptAndThe501stIsTooMany) {
         ASSERT_EQ(session.session.lost_buf_size, 501 - i);
     }
     const auto lines = logged([&] { EXPECT_FALSE(session.take(6000, ByteString(5, 1))); });
-    EXPECT_EQ(lines, std::vector<std::string>{"break tcp seq detected. expt: 1000, Got: 7000"});
+    EXPECT_EQ(lines, std::vector<std::string>{"[W][_TcpHandler]break tcp seq detected. expt: 1000, Got: 7000"});
 }
 
 TEST_F(TcpReassembly, AnEarlyFrameOf1600BytesIsKeptAndALongerOneIsDropped) {
@@ -484,7 +562,8 @@ TEST_F(TcpReassembly, AnEarlyFrameOf1600BytesIsKeptAndALongerOneIsDropped) {
     session.take(10, ByteString(1600 - 54, 1));
     EXPECT_EQ(session.session.lost_buf_size, 1U);
     const auto lines = logged([&] { EXPECT_TRUE(session.take(5000, ByteString(1601 - 54, 1))); });
-    EXPECT_EQ(lines, std::vector<std::string>{"early frame of 1601 bytes is too long to be kept, dropped"});
+    EXPECT_EQ(lines, std::vector<std::string>{
+                         "[W][_TcpHandler]early frame of 1601 bytes is too long to be kept, dropped"});
     EXPECT_EQ(session.session.lost_buf_size, 1U);
     // In order it is taken, however long.
     session.take(0, message(0x01, 1900, 1));
