@@ -232,9 +232,11 @@ void ReplayEarlyFrames(tcp_session_t& refSession, const SMdqpSink& refSink) {
 /** False when too many early frames are waiting. */
 bool TakeEarlySegment(tcp_session_t& refSession, const STcpSegment& refSegment, const uint8_t* lpFrame,
                       uint32_t nLength) {
-    if (std::max<size_t>(nLength, IpFrameEnd(lpFrame)) > TCP_LOST_FRAME_SIZE) {
+    // A frame may end before its segment does: the rest counts as zeros, which would have to be kept too.
+    const uint32_t nWholeLength = std::max(nLength, static_cast<uint32_t>(IpFrameEnd(lpFrame)));
+    if (nWholeLength > TCP_LOST_FRAME_SIZE) {
         KOVA_LOG_AS(LOG_WARNING, TCP_HANDLER, "early frame of %u bytes is too long to be kept, dropped",
-                    nLength);
+                    nWholeLength);
         return true;
     }
     switch (KeepEarlyFrame(refSession, lpFrame, nLength, refSegment.nSeq)) {

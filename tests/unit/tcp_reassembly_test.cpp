@@ -44,12 +44,15 @@ class Session {
     bool take(std::uint32_t offset, const ByteString& payload) {
         return take(Segment{.seq = kFirstSeq + offset, .payload = payload});
     }
-    bool take_frame(const ByteString& frame) {
+    bool take_frame(const ByteString& frame) { return take_frame(frame, frame.size()); }
+    /** A frame of which only `length` bytes have come. */
+    bool take_frame(const ByteString& frame, std::size_t length) {
         ByteString room = frame;
         room.resize(std::max<std::size_t>(frame.size(), MIN_FRAME_ROOM));
+        std::fill(room.begin() + static_cast<std::ptrdiff_t>(length), room.end(), std::uint8_t{0});
         const STcpSegment read = ReadTcpSegment(room.data(), room.size());
         EXPECT_TRUE(read.isSound);
-        return TakeSegment(session, read, room.data(), static_cast<std::uint32_t>(frame.size()),
+        return TakeSegment(session, read, room.data(), static_cast<std::uint32_t>(length),
                            {keep_message, &messages});
     }
 
@@ -568,6 +571,21 @@ TEST_F(TcpReassembly, AnEarlyFrameOf1600BytesIsKeptAndALongerOneIsDropped) {
     // In order it is taken, however long.
     session.take(0, message(0x01, 1900, 1));
     EXPECT_EQ(session.messages.size(), 1U);
+}
+
+TEST_F(TcpReassembly, AShortFrameWhoseIpHeaderReachesPast1600BytesIsDroppedWithThatLength) {
+    Session session;
+    // The IP header speaks of 1586 bytes, which with the Ethernet header are 1600, or of one more.
+    const ByteString reaches_to_1600 = ethernet_frame({.seq = kFirstSeq + 10, .payload = ByteString(1546, 1)});
+    const ByteString reaches_to_1601 =
+        ethernet_frame({.seq = kFirstSeq + 5000, .payload = ByteString(1547, 1)});
+    EXPECT_EQ(logged([&] { EXPECT_TRUE(session.take_frame(reaches_to_1600, 800)); }),
+              std::vector<std::string>{});
+    EXPECT_EQ(session.session.lost_buf_size, 1U);
+    EXPECT_EQ(
+        logged([&] { EXPECT_TRUE(session.take_frame(reaches_to_1601, 800)); }),
+        std::vector<std::string>{"[W][_TcpHandler]early frame of 1601 bytes is too long to be kept, dropped"});
+    EXPECT_EQ(session.session.lost_buf_size, 1U);
 }
 
 TEST_F(TcpReassembly, SequenceNumbersAreComparedAsTheyAre) {
