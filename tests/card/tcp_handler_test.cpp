@@ -160,10 +160,13 @@ TEST_F(TcpHandlerTest, OtherProtocolsAndPortsAreIgnoredWithoutAWord) {
 
 TEST_F(TcpHandlerTest, EachOfTheFourConfiguredPortsCounts) {
     EngineAccess::config(*engine).snapTcpPort = {1001, 1002, 1003, 1004};
-    for (std::uint16_t port = 1001; port <= 1004; ++port) {
+    for (std::uint16_t port = 1000; port <= 1005; ++port) {
         take(Segment{.dst_port = port, .tcp_checksum = 1});
-        EXPECT_EQ(new_log().size(), 1U) << port;
     }
+    // For port 1001: 0xa01 + 0x203 + 0xa01 + 0x204, protocol 6, length 20, ports 0x9c40 and 0x3e9, 0x102 +
+    // 0x304, 0x5010 and 0xffff are 0x20c61, folded 0xc63, inverted 0xf39c. Each port more is one less.
+    const std::string line = "[E][_TcpHandler]TcpCheckSum false, tcp_hdr->check is 0x100, tcpchecksum is ";
+    EXPECT_THAT(new_log(), ElementsAre(line + "0x9cf3", line + "0x9bf3", line + "0x9af3", line + "0x99f3"));
 }
 
 TEST_F(TcpHandlerTest, AWrongChecksumIsTold) {
@@ -284,6 +287,32 @@ TEST_F(TcpHandlerTest, ATopicThatIsNotWantedOpensNothing) {
     EXPECT_EQ(EngineAccess::dst_port(*engine).port_shfe_2ps, 0);
 }
 
+TEST_F(TcpHandlerTest, ASecondTopicThatIsRefusedLosesTheSegmentAndLeavesTheFirstOnesSessionOpen) {
+    // One that is not wanted, and one that nobody has.
+    for (const std::int16_t refused : {kShfe4ps, std::int16_t{999}}) {
+        const std::uint32_t first = seq;
+        MdqpMessage message(0x11);
+        message.snap(kShfe2ps, 7).snap(refused, 8).inst_info({.inst_id = "cu2606", .inst_no = 3}).tail();
+        send(message);
+        EXPECT_EQ(session().init, 1);
+        EXPECT_EQ(session().next_expt_seq, first + 8 + 10 + 10 + 116 + 9);
+        EXPECT_EQ(EngineAccess::dst_port(*engine).port_shfe_2ps, kPort);
+        EXPECT_EQ(EngineAccess::dst_port(*engine).port_shfe_4ps, 0);
+        EXPECT_EQ(tables().shfe2psInstTable.rows[3].inst_id[0], 0);
+        EXPECT_EQ(EngineAccess::inst_count(*engine).shfe_inst_cnt_2ps, 0U);
+        const Strings log = new_log();
+        ASSERT_EQ(log.size(), refused == 999 ? 6U : 5U);
+        EXPECT_EQ(log[2], "[D][_TcpHandler]topic ID: 1000, snap No: 7");
+        EXPECT_EQ(log[4], "[D][_TcpHandler]topic ID: " + std::to_string(refused) + ", snap No: 8");
+        EXPECT_EQ(log.back(), refused == 999 ? "[W][_TcpHandler]invalide topic id[999]" : log[4]);
+        // The stream goes on behind it.
+        send(following(0x11, 4, "cu2607"));
+        EXPECT_EQ(id(tables().shfe2psInstTable.rows[4]), "cu2607");
+        EngineAccess::clean_data(*engine);
+        new_log();
+    }
+}
+
 TEST_F(TcpHandlerTest, EachTopicIsItsFeedsAndINEsComeFirst) {
     EngineAccess::config(*engine).enabled_mask.enabled_mask = 0x0F;
     const U50DstPort& ports = EngineAccess::dst_port(*engine);
@@ -402,6 +431,35 @@ TEST_F(TcpHandlerTest, The501stEarlySegmentThrowsTheSnapshotAway) {
     EXPECT_THAT(new_log(), ElementsAre("[W][_TcpHandler]break tcp seq detected. expt: 5143, Got: 5144",
                                        "[W][_TcpHandler]packet loss > 20 msg, free cache, init again."));
     EXPECT_TRUE(is_clean());
+}
+
+TEST_F(TcpHandlerTest, WhatWaitsBehindARefusedEarlySegmentThrowsTheSnapshotAwayAtThe501st) {
+    send(opening(kShfe2ps, 3, "cu2606"));
+    const ByteString first = bytes_of(following(0x11, 4, "cu2607"));
+    ASSERT_EQ(first.size(), 133U);
+    take(Segment{.seq = seq + 133, .payload = bytes_of(following(0x11, 5, "cu2608"))});
+    take(Segment{.seq = seq + 266, .payload = bytes_of(following(0x01, 6, "cu2609"))});
+    new_log();
+    send(first);
+    EXPECT_THAT(new_log(), ElementsAre("[E][_TcpHandler]not a mdqp header, check program logic"));
+    EXPECT_EQ(id(tables().shfe2psInstTable.rows[4]), "cu2607");
+    EXPECT_EQ(session().lost_buf_size, 2U);
+    // Both count, so 498 more may wait.
+    const std::uint32_t behind = seq + 133;
+    EXPECT_EQ(session().next_expt_seq, behind);
+    for (std::uint32_t i = 499; i > 1; --i) {
+        take(Segment{.seq = behind + i, .payload = {1}});
+    }
+    EXPECT_EQ(session().lost_buf_size, 500U);
+    EXPECT_THAT(new_log(), IsEmpty());
+    take(Segment{.seq = behind + 1, .payload = {1}});
+    EXPECT_THAT(new_log(), ElementsAre("[W][_TcpHandler]break tcp seq detected. expt: 5409, Got: 5410",
+                                       "[W][_TcpHandler]packet loss > 20 msg, free cache, init again."));
+    EXPECT_TRUE(is_clean());
+    // The next snapshot is taken.
+    send(opening(kShfe2ps, 3, "cu2606"));
+    EXPECT_EQ(session().init, 1);
+    EXPECT_EQ(id(tables().shfe2psInstTable.rows[3]), "cu2606");
 }
 
 TEST_F(TcpHandlerTest, ACycleThatEndsInsideAReplayLeavesAClosedSession) {
@@ -544,12 +602,17 @@ TEST_F(CompletionTest, TheSegmentThatCompletesIsStillTaken) {
 }
 
 TEST_F(CompletionTest, PricesThatCannotBeTrueThrowTheSnapshotAway) {
+    // The line names the dump, of which there is one more than of the other captures.
+    CWriteShot& shot = EngineAccess::write_dma_shot(*engine);
+    shot.CreateShotBinLog();
+    shot.CreateShotBinLog();
+    shot.CreateShotPcapLog();
     take_snapshot(102, 101);
     take(Segment{.seq = 1});
     EXPECT_FALSE(EngineAccess::is_tcp_init_finished(*engine));
     EXPECT_TRUE(is_clean());
     EXPECT_THAT(sdk().register_accesses(), IsEmpty());
-    EXPECT_EQ(new_log().back(), "[W][_TcpHandler]price check is error, shot cnt is 0.");
+    EXPECT_EQ(new_log().back(), "[W][_TcpHandler]price check is error, shot cnt is 2.");
     EXPECT_TRUE(EngineAccess::price_error_inst_ids(*engine).empty());
     // The next cycle is checked anew.
     take_snapshot(100, 101);
@@ -580,6 +643,17 @@ TEST_F(CompletionTest, MemoryThatRunsOutGivesTheSnapshotUpAndThrowsNothing) {
 
 // 7. Capture.
 
+/** Content of the capture whose name ends so. */
+std::string captured(const std::string& extension) {
+    std::ostringstream text;
+    for (const auto& entry : std::filesystem::directory_iterator(".")) {
+        if (entry.path().extension() == extension) {
+            text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+        }
+    }
+    return text.str();
+}
+
 TEST_F(TcpHandlerTest, WhenAskedEveryMessageIsCaptured) {
     EngineAccess::config(*engine).dma_data_flag = true;
     CWriteShot& shot = EngineAccess::write_dma_shot(*engine);
@@ -589,22 +663,39 @@ TEST_F(TcpHandlerTest, WhenAskedEveryMessageIsCaptured) {
     take(ByteString{2, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 0xAA, 0xBB});
     shot.CloseShotBinLog();
     shot.CloseShotPcapLog();
-    std::string bin;
-    std::string pcap;
-    for (const auto& entry : std::filesystem::directory_iterator(".")) {
-        std::ostringstream text;
-        text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
-        const std::string extension = entry.path().extension().string();
-        if (extension == ".bin") {
-            bin = text.str();
-        } else if (extension == ".pcap") {
-            pcap = text.str();
-        }
-    }
-    EXPECT_EQ(bin.substr(257), "01 00 00 00 b0\n02 00 00 00 01 02 03 04 05 06 07 08 aa bb\n");
+    const std::string pcap = captured(".pcap");
+    EXPECT_EQ(captured(".bin").substr(257), "01 00 00 00 b0\n02 00 00 00 01 02 03 04 05 06 07 08 aa bb\n");
     ASSERT_EQ(pcap.size(), 24U + 16U + 16U + 2U);
     EXPECT_EQ(pcap.substr(32, 8), std::string(8, '\0'));
     EXPECT_EQ(pcap.substr(48), std::string("\2\0\0\0\2\0\0\0\xAA\xBB", 10));
+}
+
+TEST_F(TcpHandlerTest, OfALongMessageAllIsCaptured) {
+    EngineAccess::config(*engine).dma_data_flag = true;
+    CWriteShot& shot = EngineAccess::write_dma_shot(*engine);
+    shot.CreateShotBinLog();
+    shot.CreateShotPcapLog();
+    // 2100 bytes; the ones on both sides of the first 2048 bytes' end and the last one differ from the rest.
+    ByteString message = {2, 0, 0, 0};
+    message.append(2043, 0xAB).append({0x01, 0x02}).append(50, 0xAB).append({0x03});
+    take(message);
+    shot.CloseShotBinLog();
+    shot.CloseShotPcapLog();
+
+    std::string line = "02 00 00 00";
+    for (int i = 0; i < 2043; ++i) {
+        line += " ab";
+    }
+    line += " 01 02";
+    for (int i = 0; i < 50; ++i) {
+        line += " ab";
+    }
+    EXPECT_EQ(captured(".bin").substr(257), line + " 03\n");
+    const std::string pcap = captured(".pcap");
+    // Without the 12 bytes in front of the frame 2088 are left: 0x828.
+    ASSERT_EQ(pcap.size(), 24U + 16U + 2088U);
+    EXPECT_EQ(pcap.substr(32, 8), std::string("\x28\x08\0\0\x28\x08\0\0", 8));
+    EXPECT_EQ(pcap.substr(40), std::string(2035, '\xAB') + "\x01\x02" + std::string(50, '\xAB') + "\x03");
 }
 
 TEST_F(TcpHandlerTest, ACaptureIsReadByTcpdump) {
