@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -129,6 +130,41 @@ TEST(WriteShot, SecondCaptureOfTheProcessHasTheSuffixTwoOnBothFiles) {
     EXPECT_EQ(names_ending(run, "_1.pcap").size(), 1U);
     EXPECT_EQ(names_ending(run, "_2.pcap").size(), 1U);
     EXPECT_THAT(content_of(run, "_2.bin"), HasSubstr(", shot cnt is 2.************"));
+}
+
+TEST(WriteShot, DumpGoesOnBehindAFileOfItsNameAndPcapFileReplacesIt) {
+    const std::string earlier(1000, 'e');
+    const LogRun run = run_apart([&] {
+        // Whatever second it is when they are opened, the names are taken.
+        const time_t now = std::time(nullptr);
+        for (int ahead = 0; ahead < 60; ++ahead) {
+            const time_t then = now + ahead;
+            std::array<char, 32> time{};
+            std::strftime(time.data(), time.size(), "%Y%m%d_%H%M%S", std::localtime(&then));
+            const std::string name = std::string("kova_u50_dma_") + time.data() + "_1";
+            std::ofstream(name + ".bin") << earlier;
+            std::ofstream(name + ".pcap") << earlier;
+        }
+        CWriteShot::GetInstance()->CreateShotBinLog();
+        CWriteShot::GetInstance()->CreateShotPcapLog();
+        CWriteShot::GetInstance()->WriteShotBinLog(kBytes.data(), 4);
+        CWriteShot::GetInstance()->CloseShotPcapLog();
+    });
+    ASSERT_TRUE(run.ended_well());
+    std::vector<std::string> changed;
+    for (const std::string end : {".bin", ".pcap"}) {
+        const std::vector<std::string> names = names_ending(run, end);
+        EXPECT_EQ(names.size(), 60U);
+        for (const std::string& name : names) {
+            if (run.files.at(name) != earlier) {
+                changed.push_back(run.files.at(name));
+            }
+        }
+    }
+    ASSERT_EQ(changed.size(), 2U);
+    EXPECT_EQ(changed[0].substr(0, 1015), earlier + "***********Tcp ");
+    EXPECT_EQ(changed[0].substr(1257), "00 0f a0 ff\n");
+    EXPECT_EQ(changed[1], kPcapHeader);
 }
 
 TEST(WriteShot, CountersCountEachKindOfFile) {
