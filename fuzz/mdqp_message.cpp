@@ -3,6 +3,8 @@
 //     byte 0   bits 0 and 1 the feed, bit 2 the message comes on a port of nobody's
 //     then     the message; a length that reaches past the input is cut to it
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -53,6 +55,7 @@ void run(Input input) {
     require(EngineAccess::finished_mask(engine).enabled_mask == (is_last ? 1U << feed : 0U),
             "the last message alone ends its feed's snapshot, and no other's");
     require_sound_counts(engine);
+    throw_snapshot_away(engine);
 }
 
 }  // namespace
