@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "fuzz/engine_under_fuzz.h"
@@ -36,6 +37,17 @@ void listen(Engine& engine, unsigned feed, std::uint16_t port) {
     *of_feed.at(feed) = port;
 }
 
+void require_rows_of(const Engine& engine, std::optional<unsigned> feed) {
+    const U50InstTable& tables = EngineAccess::peek_inst_table(engine);
+    const std::array<std::span<const SInstTableType>, 4> of_feed{
+        tables.shfe2psInstTable.rows, tables.shfe4psInstTable.rows, tables.ine2psInstTable.rows,
+        tables.ine4psInstTable.rows};
+    for (unsigned i = 0; i < of_feed.size(); ++i) {
+        require(i == feed || is_zero(of_feed.at(i).data(), of_feed.at(i).size_bytes()),
+                "a message leaves the tables of other feeds alone");
+    }
+}
+
 void run(Input input) {
     const std::uint8_t options = input.byte();
     const auto bytes = input.rest();
@@ -55,6 +67,7 @@ void run(Input input) {
     require(EngineAccess::finished_mask(engine).enabled_mask == (is_last ? 1U << feed : 0U),
             "the last message alone ends its feed's snapshot, and no other's");
     require_sound_counts(engine);
+    require_rows_of(engine, is_foreign ? std::nullopt : std::optional(feed));
     throw_snapshot_away(engine);
 }
 
