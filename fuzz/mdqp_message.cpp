@@ -49,6 +49,7 @@ void require_rows_of(const Engine& engine, std::optional<unsigned> feed) {
 }
 
 void run(Input input) {
+    const Ending ending = ending_of(input, 64);
     const std::uint8_t options = input.byte();
     const auto bytes = input.rest();
     if (bytes.size() < kHeaderSize) {
@@ -67,8 +68,10 @@ void run(Input input) {
     require(EngineAccess::finished_mask(engine).enabled_mask == (is_last ? 1U << feed : 0U),
             "the last message alone ends its feed's snapshot, and no other's");
     require_sound_counts(engine);
-    require_rows_of(engine, is_foreign ? std::nullopt : std::optional(feed));
-    throw_snapshot_away(engine);
+    if (ending == Ending::kThrowAway) {
+        require_rows_of(engine, is_foreign ? std::nullopt : std::optional(feed));
+    }
+    end_input(engine, ending);
 }
 
 }  // namespace

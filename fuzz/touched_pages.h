@@ -45,14 +45,26 @@ inline bool is_zero(const void* memory, std::size_t size) {
     return true;
 }
 
-/** Gives the pages of memory that is all zeros back, which leaves it as it is and untouched. */
-inline void give_back_zeros(const void* memory, std::size_t size) {
+/** Gives the whole pages of memory back. They read as zeros from then on, and as untouched. */
+inline void give_back(const void* memory, std::size_t size) {
     const auto begin = reinterpret_cast<std::uintptr_t>(memory);
     const std::size_t page = page_size();
     const std::uintptr_t first = (begin + page - 1) / page * page;
     const std::uintptr_t end = (begin + size) / page * page;
     require(::madvise(reinterpret_cast<void*>(first), end - first, MADV_DONTNEED) == 0,
             "pages can be given back");
+}
+
+/** Zeros for memory of which little was touched: whole pages are given back instead of written. */
+inline void zero_sparse(void* memory, std::size_t size) {
+    const auto begin = reinterpret_cast<std::uintptr_t>(memory);
+    const std::size_t page = page_size();
+    const std::size_t head = (page - begin % page) % page;
+    const std::size_t pages = (size - head) / page * page;
+    auto* const bytes = static_cast<std::uint8_t*>(memory);
+    std::memset(bytes, 0, head);
+    give_back(bytes + head, pages);
+    std::memset(bytes + head + pages, 0, size - head - pages);
 }
 
 }  // namespace kova::fuzz

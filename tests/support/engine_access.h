@@ -121,6 +121,7 @@ struct EngineAccess {
     static std::vector<std::string>& version_record(Engine& engine) { return engine.m_VerReocrd; }
     static std::set<std::string>& price_error_inst_ids(Engine& engine) { return engine.m_setPriceErrorInstId; }
     static bool& is_stop_flag(Engine& engine) { return engine.m_isStopflag; }
+    static auto& snapshot_dirt(Engine& engine) { return engine.m_snapshotDirt; }
     static bool is_snapshot_dirty(const Engine& engine) { return !engine.m_snapshotDirt.IsEmpty(); }
 
     /** To be written through; marked as such, so ask again after the engine has cleaned up. */
