@@ -11,6 +11,7 @@ using kova::sim::create;
 using kova::sim::destroy;
 using kova::sim::must_fail;
 using kova::sim::note;
+using kova::sim::RegisterAccess;
 using kova::sim::SdkCalls;
 
 constexpr std::uint32_t kRegisterBytes = 4;
@@ -35,12 +36,18 @@ bool is_register(const enyx_hw_core& core, const enyx_hw_register_description& d
     return true;
 }
 
-// Notes an access for whoever watches and counts one without the lock; true when it has to fail, errno set.
-bool must_fail_access(const enyx_hw_core& core, kova::sim::RegisterAccess access) {
-    access.is_locked = kova::sim::is_held_here(core.memory->lock);
-    if (!access.is_locked) {
+// Whether the caller holds the lock, as it has to for an access; counts one without. Asked before the access
+// takes the lock itself.
+bool is_locked_by_caller(const enyx_hw_core& core) {
+    const bool is_locked = kova::sim::is_held_here(core.memory->lock);
+    if (!is_locked) {
         core.memory->lock.unprotected.fetch_add(1, std::memory_order_relaxed);
     }
+    return is_locked;
+}
+
+// Notes an access for whoever watches; true when it has to fail, errno set.
+bool must_fail_access(const RegisterAccess& access) {
     if (!SdkCalls::is_watched()) [[likely]] {
         return false;
     }
@@ -110,7 +117,9 @@ int enyx_hw_write(enyx_hw_core* core, const enyx_hw_register_description* descri
         return -1;
     }
     const auto number = static_cast<std::uint32_t>(description->byte_offset / kRegisterBytes);
-    if (must_fail_access(*core, {.is_write = true, .number = number, .value = value})) {
+    const bool is_locked = is_locked_by_caller(*core);
+    const RegisterAccess access{.is_write = true, .number = number, .value = value, .is_locked = is_locked};
+    if (must_fail_access(access)) {
         return -1;
     }
     const CardLockScope scope(core->memory->lock);
@@ -123,11 +132,13 @@ int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_description* descrip
         return -1;
     }
     const auto number = static_cast<std::uint32_t>(description->byte_offset / kRegisterBytes);
+    const bool is_locked = is_locked_by_caller(*core);
     const CardLockScope scope(core->memory->lock);
     std::uint64_t held = kova::sim::read_register(*core->memory, number);
     if (SdkCalls::is_watched()) [[unlikely]] {
         held = SdkCalls::of_this_process().answer(number, held);
     }
     *value = description->bit_size == 32 ? static_cast<std::uint32_t>(held) : held;
-    return must_fail_access(*core, {.is_write = false, .number = number, .value = *value}) ? -1 : 0;
+    const RegisterAccess access{.is_write = false, .number = number, .value = *value, .is_locked = is_locked};
+    return must_fail_access(access) ? -1 : 0;
 }

@@ -159,7 +159,17 @@ TEST(StandIn, AnAccessWithoutTheLockIsMadeAndCounted) {
     const auto description = register_at(0x10);
     EXPECT_EQ(enyx_hw_write(opened.core, &description, 5), 0);
     EXPECT_EQ(card->memory().lock.unprotected, 1U);
-    EXPECT_FALSE(card.calls().register_accesses().at(0).is_locked);
+    std::uint64_t value = 0;
+    EXPECT_EQ(enyx_hw_read(opened.core, &description, &value), 0);
+    EXPECT_EQ(value, 5U);
+    EXPECT_EQ(card->memory().lock.unprotected, 2U);
+    enyx_hw_core_lock(opened.core);
+    EXPECT_EQ(enyx_hw_read(opened.core, &description, &value), 0);
+    enyx_hw_core_unlock(opened.core);
+    EXPECT_EQ(card->memory().lock.unprotected, 2U);
+    EXPECT_THAT(card.calls().register_accesses(),
+                ElementsAre(RegisterAccess{true, 0x10, 5, false}, RegisterAccess{false, 0x10, 5, false},
+                            RegisterAccess{false, 0x10, 5, true}));
 }
 
 TEST(StandIn, AResetOfTheTreeChangesNoRegister) {
