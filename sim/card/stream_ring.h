@@ -30,6 +30,7 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace kova::sim {
@@ -268,10 +269,17 @@ class RingReader {
 
     ~RingReader() { close(); }
 
-    /** Closes the stream; what is still unread in it is abandoned by the next opening. */
+    /**
+     * Closes the stream; what is still unread in it is abandoned by the next opening.
+     *
+     * Once and for all: the stream may have another reader afterwards, whose position is not to be touched.
+     */
     void close() {
+        if (token_ == 0) {
+            return;
+        }
         publish();
-        std::uint64_t own = token_;
+        std::uint64_t own = std::exchange(token_, 0);
         control_->reader.compare_exchange_strong(own, 0, std::memory_order_release);
     }
 
@@ -342,7 +350,7 @@ class RingReader {
     std::uint64_t position_ = 0;
     std::uint64_t published_ = 0;
     std::uint64_t taken_ = 0;
-    std::uint64_t token_ = 0;
+    std::uint64_t token_ = 0;  // what stands in `reader`; 0 once the stream is closed
 };
 
 }  // namespace kova::sim

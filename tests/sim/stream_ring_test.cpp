@@ -127,6 +127,29 @@ TEST(StreamRing, AReaderOpensBehindWhatAnEarlierOneLeft) {
     EXPECT_EQ(stream.control.abandoned, 2U);
 }
 
+TEST(StreamRing, AReaderThatHasClosedTouchesNothingOfItsSuccessor) {
+    Stream stream;
+    RingWriter writer = stream.writer();
+    auto first = stream.reader();
+    push(writer, "taken");
+    ASSERT_EQ(poll(*first), "taken");
+    first->close();
+    const auto second = stream.reader();
+    for (int i = 0; i < 40; ++i) {
+        push(writer, "m");
+        ASSERT_EQ(poll(*second), "m");
+    }
+    EXPECT_EQ(poll(*second), "nothing");
+    first.reset();
+    EXPECT_EQ(stream.control.consumed, 41U);
+    EXPECT_EQ(stream.control.taken, 41U);
+    EXPECT_EQ(stream.control.reader >> 32, kReaderProcess);
+    // Everything has been taken, so the ring has room in all slots but the one that stays free.
+    for (int i = 0; i < 63; ++i) {
+        ASSERT_EQ(push(writer, "m"), PushResult::kSent);
+    }
+}
+
 TEST(StreamRing, TakenIsExactOnceTheReaderHasFoundNothing) {
     Stream stream;
     RingWriter writer = stream.writer();
