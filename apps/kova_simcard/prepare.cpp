@@ -26,6 +26,7 @@ void fill_tables(sim::Card& card, const sim::Market& market, const sim::Selectio
 
 void prepare(sim::Card& card, const sim::Market& market, const sim::Selection& selection) {
     fill_tables(card, market, selection);
+    const sim::CardLockScope scope(card.memory().lock);
     sim::close_tables(card.memory());
     sim::RegisterFile& registers = card.memory().registers;
     sim::preset_register(registers, REG_SHFE_INST_COUNT, market.listing().count(SHFE_2PS));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "kova_simcard/prepare.h"
@@ -289,6 +290,13 @@ TEST_F(SimcardTraffic, PreparedCardLooksAsAfterABringUp) {
         EXPECT_NE(sim::table_rows(memory.tables, feed)[9].inst_id[0], '\0');
         EXPECT_EQ(sim::table_rows(memory.tables, feed)[10].inst_id[0], '\0');
     }
+}
+
+// The lock tells who takes it: one whose holder has died is recovered by the next.
+TEST_F(SimcardTraffic, CardIsPreparedUnderItsLock) {
+    std::thread([this] { sim::acquire(card_.memory().lock); }).join();
+    prepare(card_, market_, selection_);
+    EXPECT_EQ(card_.memory().lock.recoveries, 1U);
 }
 
 TEST_F(SimcardTraffic, PreparedRowsNameTheChannelsOfTheScenario) {
