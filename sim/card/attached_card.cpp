@@ -5,8 +5,9 @@
 
 #include <cerrno>
 #include <charconv>
-#include <new>
 #include <utility>
+
+#include "sim/card/out_of_memory.h"
 
 namespace kova::sim {
 
@@ -29,25 +30,30 @@ int lock_file_for(const AttachedCard& card, std::uint64_t byte) {
     return file;
 }
 
-// An open stream that holds the lock; null and ENOMEM, the lock free again, when there is no memory for it.
-template <typename Make>
-auto made_or_freed(int lock_file, Make&& make) -> decltype(make()) {
-    try {
-        return make();
-    } catch (const std::bad_alloc&) {
-        close(lock_file);
-        errno = ENOMEM;
-        return nullptr;
-    }
-}
-
-// The first lap of a fresh ring would otherwise pay a page fault every 21 quotes.
-RingSlot* populated(RingSlot* slots, std::uint32_t slot_count_log2) {
+// Whether the ring has all its pages, ENOMEM if not: the first lap of a fresh one would otherwise pay a fault
+// every 21 quotes, and a page that nobody has when it is written ends the program that writes it.
+bool is_populated(RingSlot* slots, std::uint32_t slot_count_log2) {
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto begin = reinterpret_cast<std::uintptr_t>(slots) & ~(page - 1);
     const auto end = reinterpret_cast<std::uintptr_t>(slots + ring_slots(slot_count_log2));
-    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
-    return slots;
+    // EINVAL comes from a kernel older than 5.14, which does not know the advice and gives pages when they are
+    // touched.
+    if (madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE) != 0 && errno != EINVAL) {
+        errno = ENOMEM;
+        return false;
+    }
+    return true;
+}
+
+// An open stream that holds the lock; null and ENOMEM, the lock free again, when there is no memory for it.
+template <typename Make>
+auto made_or_freed(int lock_file, RingSlot* slots, std::uint32_t slot_count_log2, Make&& make)
+    -> decltype(make()) {
+    auto stream = is_populated(slots, slot_count_log2) ? unless_out_of_memory(make) : nullptr;
+    if (stream == nullptr) {
+        close(lock_file);
+    }
+    return stream;
 }
 
 }  // namespace
@@ -81,7 +87,9 @@ std::unique_ptr<CardToHostStream> CardToHostStream::open(const AttachedCard& car
     if (lock_file < 0) {
         return nullptr;
     }
-    return made_or_freed(lock_file, [&] {
+    CardMemory& memory = card->memory();
+    RingSlot* const slots = card_to_host_slots(memory, channel);
+    return made_or_freed(lock_file, slots, memory.identity.card_to_host_slots_log2, [&] {
         return std::unique_ptr<CardToHostStream>(new CardToHostStream(card, lock_file, channel));
     });
 }
@@ -90,9 +98,7 @@ CardToHostStream::CardToHostStream(AttachedCard card, int lock_file, std::uint32
     : card_(std::move(card)),
       lock_file_(lock_file),
       channel_(channel),
-      reader_(card_->memory().channels[channel].card_to_host,
-              populated(card_to_host_slots(card_->memory(), channel),
-                        card_->memory().identity.card_to_host_slots_log2),
+      reader_(card_->memory().channels[channel].card_to_host, card_to_host_slots(card_->memory(), channel),
               static_cast<std::uint32_t>(getpid())) {}
 
 // The reader's presence must end before its lock does, or the next reader's would be taken away.
@@ -110,7 +116,8 @@ std::unique_ptr<HostToCardStream> HostToCardStream::open(const AttachedCard& car
     if (lock_file < 0) {
         return nullptr;
     }
-    return made_or_freed(lock_file, [&] {
+    RingSlot* const slots = host_to_card_slots(card->memory(), channel);
+    return made_or_freed(lock_file, slots, kHostToCardSlotsLog2, [&] {
         return std::unique_ptr<HostToCardStream>(new HostToCardStream(card, lock_file, channel));
     });
 }

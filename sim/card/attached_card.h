@@ -26,7 +26,7 @@ using AttachedCard = std::shared_ptr<const CardMapping>;
 /** An open card-to-host stream: this process is the channel's reader until it is destroyed or ends. */
 class alignas(kCacheLine) CardToHostStream {
  public:
-    /** Null and errno when another open stream reads the channel. */
+    /** Null and errno when another open stream reads the channel, or the ring cannot have its memory. */
     [[nodiscard]] static std::unique_ptr<CardToHostStream> open(const AttachedCard& card,
                                                                 std::uint32_t channel);
     ~CardToHostStream();
@@ -52,7 +52,7 @@ class alignas(kCacheLine) CardToHostStream {
 /** An open host-to-card stream: this process is the channel's sender until it is destroyed or ends. */
 class HostToCardStream {
  public:
-    /** Null and errno when another open stream sends on the channel. */
+    /** Null and errno when another open stream sends on the channel, or the ring cannot have its memory. */
     [[nodiscard]] static std::unique_ptr<HostToCardStream> open(const AttachedCard& card,
                                                                 std::uint32_t channel);
     ~HostToCardStream();

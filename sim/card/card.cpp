@@ -94,7 +94,9 @@ Card Card::power_on(std::uint32_t index, const CardOptions& options) {
     CardMapping mapping = CardMapping::create(named.file, index, options);
     if (!mapping) {
         const int error = errno;
+        // While it is locked, the name is nobody else's.
         shm_unlink(name.data());
+        close(named.file);
         refuse(index, std::strerror(error));
     }
     return {std::move(mapping), name.data(), named.replaced_leftover};
@@ -108,7 +110,9 @@ Card Card::power_on_privately(std::uint32_t index, const CardOptions& options) {
     }
     CardMapping mapping = CardMapping::create(file, index, options);
     if (!mapping) {
-        refuse(index, std::strerror(errno));
+        const int error = errno;
+        close(file);
+        refuse(index, std::strerror(error));
     }
     announce_private_card(index, file);
     return {std::move(mapping), std::string(), false};

@@ -23,6 +23,16 @@ CardMapping fail(int file, int error) {
     return {};
 }
 
+// What every card is sure to write gets its pages at once: a page that nobody has when it is written ends the
+// program that writes it. A ring gets its own when it is opened.
+int reserve(int file) {
+    int error = 0;
+    do {
+        error = posix_fallocate(file, 0, sizeof(CardMemory));
+    } while (error == EINTR);
+    return error;
+}
+
 CardMemory* map_memory(int file, std::size_t bytes) {
     void* place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     return place == MAP_FAILED ? nullptr : static_cast<CardMemory*>(place);
@@ -73,12 +83,17 @@ CardMapping& CardMapping::operator=(CardMapping&& other) noexcept {
 CardMapping CardMapping::create(int file, std::uint32_t index, const CardOptions& options) {
     const std::uint32_t slots_log2 = options.slots_log2;
     const std::size_t bytes = card_bytes(slots_log2);
+    const int error = reserve(file);
+    if (error != 0) {
+        errno = error;
+        return {};
+    }
     if (ftruncate(file, static_cast<off_t>(bytes)) != 0) {
-        return fail(file, errno);
+        return {};
     }
     CardMemory* memory = map_memory(file, bytes);
     if (memory == nullptr) {
-        return fail(file, errno);
+        return {};
     }
     CardIdentity& identity = memory->identity;
     identity.layout_version = kLayoutVersion;

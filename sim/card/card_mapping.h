@@ -26,7 +26,7 @@ class CardMapping {
     [[nodiscard]] CardMemory& memory() const { return *memory_; }
     [[nodiscard]] int file() const { return file_; }
 
-    /** Makes the memory of a new card in an empty file, which it takes over. */
+    /** Makes the memory of a new card in an empty file, which it takes over unless it fails. */
     static CardMapping create(int file, std::uint32_t index, const CardOptions& options);
 
     /** Maps a card that another program powers, from a file that it takes over. */
