@@ -59,8 +59,10 @@ auto made_or_freed(int lock_file, RingSlot* slots, std::uint32_t slot_count_log2
 }  // namespace
 
 AttachedCard attach(std::uint32_t index) {
-    CardMapping mapping = attach_to_card(index);
-    return mapping ? std::make_shared<const CardMapping>(std::move(mapping)) : nullptr;
+    return unless_out_of_memory([index]() -> AttachedCard {
+        CardMapping mapping = attach_to_card(index);
+        return mapping ? std::make_shared<const CardMapping>(std::move(mapping)) : nullptr;
+    });
 }
 
 std::optional<std::uint32_t> channel_of(std::string_view stream_name) {
@@ -141,7 +143,8 @@ int HostToCardStream::send(const void* data, std::uint32_t size) {
         return EMSGSIZE;
     }
     const std::span message(static_cast<const std::byte*>(data), size);
-    return writer_.push(message) == PushResult::kSent ? 0 : ENOBUFS;
+    return unless_out_of_memory([&] { return writer_.push(message) == PushResult::kSent ? 0 : ENOBUFS; },
+                                ENOMEM);
 }
 
 }  // namespace kova::sim

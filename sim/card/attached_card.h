@@ -17,7 +17,7 @@ namespace kova::sim {
 /** One attachment, shared by everything that a client opened through it. */
 using AttachedCard = std::shared_ptr<const CardMapping>;
 
-/** Attaches to the card with this index. Null and errno when there is none. */
+/** Attaches to the card with this index. Null and errno when there is none, or no memory. */
 [[nodiscard]] AttachedCard attach(std::uint32_t index);
 
 /** Channel that a stream name means: 7 for "CUSTOM_CHAN7_DATA". */
@@ -61,7 +61,7 @@ class HostToCardStream {
 
     [[nodiscard]] std::uint32_t mtu() const;
 
-    /** 0, or the errno of what prevents it: EMSGSIZE, ENOBUFS while the card has not taken earlier messages. */
+    /** 0, or the errno of what prevents it: EMSGSIZE, ENOMEM, ENOBUFS while earlier messages are not taken. */
     [[nodiscard]] int send(const void* data, std::uint32_t size);
 
  private:

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <new>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +12,7 @@
 
 #include "enyx_hw.h"
 #include "sim/card/attached_card.h"
+#include "sim/card/out_of_memory.h"
 #include "sim/card/sdk_calls.h"
 
 struct enyx_hw_filter {
@@ -70,11 +71,14 @@ inline std::string text_of(std::uint64_t value) {
 template <typename... Arguments>
 [[nodiscard, gnu::cold, gnu::noinline]] bool must_watched_call_fail(std::string_view function,
                                                                     const Arguments&... arguments) {
-    std::string text;
-    if (SdkCalls::is_recording_calls()) {
-        ((text += (text.empty() ? "" : ", ") + text_of(arguments)), ...);
-    }
-    const int error = SdkCalls::of_this_process().enter(function, text);
+    const auto enter = [&] {
+        std::string text;
+        if (SdkCalls::is_recording_calls()) {
+            ((text += (text.empty() ? "" : ", ") + text_of(arguments)), ...);
+        }
+        return SdkCalls::of_this_process().enter(function, text);
+    };
+    const int error = unless_out_of_memory(enter, ENOMEM);
     if (error != 0) {
         errno = error;
     }
@@ -96,13 +100,11 @@ void note(std::string_view function, const Arguments&... arguments) {
 /** A new object, counted as alive. Null and ENOMEM when there is no memory for it. */
 template <typename Object>
 [[nodiscard]] Object* create(std::string_view kind, Object&& value) {
-    auto* object = new (std::nothrow) Object(std::move(value));
-    if (object == nullptr) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    SdkCalls::of_this_process().created(kind);
-    return object;
+    return unless_out_of_memory([&] {
+        auto object = std::make_unique<Object>(std::move(value));
+        SdkCalls::of_this_process().created(kind);
+        return object.release();
+    });
 }
 
 template <typename Object>

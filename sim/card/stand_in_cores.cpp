@@ -13,6 +13,7 @@ using kova::sim::must_fail;
 using kova::sim::note;
 using kova::sim::RegisterAccess;
 using kova::sim::SdkCalls;
+using kova::sim::unless_out_of_memory;
 
 constexpr std::uint32_t kRegisterBytes = 4;
 
@@ -51,7 +52,8 @@ bool must_fail_access(const RegisterAccess& access) {
     if (!SdkCalls::is_watched()) [[likely]] {
         return false;
     }
-    const int error = SdkCalls::of_this_process().enter_register(access);
+    const int error =
+        unless_out_of_memory([&] { return SdkCalls::of_this_process().enter_register(access); }, ENOMEM);
     if (error != 0) {
         errno = error;
     }

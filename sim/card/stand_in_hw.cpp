@@ -23,6 +23,7 @@ using kova::sim::destroy;
 using kova::sim::destroy_all;
 using kova::sim::must_fail;
 using kova::sim::note;
+using kova::sim::unless_out_of_memory;
 
 // Cards that an enumeration without an index looks for.
 constexpr std::uint32_t kMostCards = 16;
@@ -57,9 +58,23 @@ AttachedCard card_of(enyx_hw_accelerator& accelerator) {
     return accelerator.card;
 }
 
+// The accelerator with this index, on the card that has just been attached.
+enyx_hw_accelerator* accelerator_of(std::uint32_t index, AttachedCard card) {
+    Accelerators& kept = accelerators();
+    const std::lock_guard guard(kept.mutex);
+    for (enyx_hw_accelerator& accelerator : kept.all) {
+        if (accelerator.index == index) {
+            accelerator.card = std::move(card);
+            return &accelerator;
+        }
+    }
+    return &kept.all.emplace_back(enyx_hw_accelerator{index, std::move(card)});
+}
+
+// 1 when there is a card with this index, 0 when there is none, -1 and errno without memory.
 int store_accelerator(std::uint32_t index, enyx_hw_accelerator_descriptor** descriptors, std::size_t stored) {
     if (kova::sim::attach(index) == nullptr) {
-        return 0;
+        return errno == ENOMEM ? -1 : 0;
     }
     descriptors[stored] = create("accelerator_descriptor", enyx_hw_accelerator_descriptor{index});
     return descriptors[stored] != nullptr ? 1 : -1;
@@ -142,8 +157,12 @@ int enyx_hw_filter_set_name(enyx_hw_filter* filter, const char* name) {
     if (must_fail("enyx_hw_filter_set_name", name)) {
         return -1;
     }
-    filter->name = name;
-    return 0;
+    return unless_out_of_memory(
+        [filter, name] {
+            filter->name = name;
+            return 0;
+        },
+        -1);
 }
 
 void enyx_hw_filter_destroy(enyx_hw_filter* filter) {
@@ -184,15 +203,7 @@ enyx_hw_accelerator* enyx_hw_accelerator_get(const enyx_hw_accelerator_descripto
     if (card == nullptr) {
         return nullptr;
     }
-    Accelerators& kept = accelerators();
-    const std::lock_guard guard(kept.mutex);
-    for (enyx_hw_accelerator& accelerator : kept.all) {
-        if (accelerator.index == descriptor->index) {
-            accelerator.card = std::move(card);
-            return &accelerator;
-        }
-    }
-    return &kept.all.emplace_back(enyx_hw_accelerator{descriptor->index, std::move(card)});
+    return unless_out_of_memory([&] { return accelerator_of(descriptor->index, std::move(card)); });
 }
 
 int enyx_hw_accelerator_enumerate_mmios(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,

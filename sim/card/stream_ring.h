@@ -138,7 +138,8 @@ class RingWriter {
     /**
      * Writes one message of `size` bytes (at most the stream's MTU): `fill` writes them where they will lie.
      *
-     * Called by one thread. Never waits.
+     * Called by one thread. Never waits. Throws std::bad_alloc, nothing written, at the first message of more
+     * than one slot.
      */
     template <typename Fill>
     PushResult push(std::size_t size, Fill&& fill) {
@@ -152,14 +153,15 @@ class RingWriter {
             count(control.lost);
             return PushResult::kLost;
         }
+        // First of all, since memory for it may be missing.
+        if (end - position_ > 1) [[unlikely]] {
+            remember_overrun(position_, end);
+        }
         RingSlot& slot = slots_[position_ & (slot_count_ - 1)];
         control.begun.store(end, std::memory_order_relaxed);
         fill(reinterpret_cast<std::byte*>(&slot) + kSlotHeaderBytes);
         if (any_overrun_) [[unlikely]] {
             clear_if_overrun(end);
-        }
-        if (end - position_ > 1) [[unlikely]] {
-            remember_overrun(position_, end);
         }
         slot.size = static_cast<std::uint32_t>(size);
         slot.lap.store(lap_of(position_, slot_count_log2_), std::memory_order_release);

@@ -6,10 +6,13 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "sim/allocation_count.h"
 
 namespace kova::sim {
 namespace {
@@ -202,6 +205,21 @@ TEST(StreamRing, BytesOfALongMessageAreNeverTakenForAMessage) {
             ASSERT_EQ(poll(*reader), "nothing");
         }
     }
+}
+
+TEST(StreamRing, AWriterWithoutMemoryForALongMessageHasWrittenNothing) {
+    Stream stream;
+    RingWriter writer = stream.writer();
+    const auto reader = stream.reader();
+    std::array<std::uint32_t, kLongestMessage / 4> words{};
+    words.fill(1);  // the first lap
+    {
+        const FailNthAllocation failure(1);
+        EXPECT_THROW(writer.push(std::as_bytes(std::span(words))), std::bad_alloc);
+    }
+    EXPECT_EQ(push(writer, "short"), PushResult::kSent);
+    EXPECT_EQ(poll(*reader), "short");
+    EXPECT_EQ(poll(*reader), "nothing");
 }
 
 TEST(StreamRing, AMessageLongerThanAnyIsRefusedByTheReader) {
