@@ -3,9 +3,8 @@
  * reads, and both use the same clock.
  *
  * A transport is a class with
- *     bool push(const U50QuoteMessage&)      in the writing process; false when there is no room
- *     void receive(Receiver&)                in the reading process; opens, calls ready(), takes until
- * is_done()
+ *     bool push(const U50QuoteMessage&)   in the writing process; false when there is no room
+ *     void receive(Receiver&)             in the reading process; opens, calls ready(), takes until is_done()
  */
 #ifndef KOVA_BENCH_TWO_PROCESSES_H
 #define KOVA_BENCH_TWO_PROCESSES_H

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "kova_simcard/clock.h"
 #include "kova_simcard/exit_codes.h"
@@ -32,8 +31,7 @@ bool waits_in_vain(const sim::CardMapping& card, std::chrono::nanoseconds patien
 
 int without_card(std::uint32_t card, int error) {
     if (error != ENODEV) {
-        fmt::print(stderr, "card {}: {}\n", card,
-                   error == EPROTO ? "its program has another memory layout" : std::strerror(error));
+        fmt::print(stderr, "card {}: {}\n", card, why_not_on(card, error));
         return kExitFailed;
     }
     if (remove_leftover(card)) {

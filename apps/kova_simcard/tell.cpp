@@ -15,11 +15,6 @@ namespace {
 
 constexpr std::int64_t kLookInterval = 2'000'000;
 
-bool is_powered(const sim::CardMapping& card) {
-    return card.memory().identity.power.load(std::memory_order_acquire) == sim::PowerState::kOn &&
-           sim::is_byte_locked(card.file(), sim::kOwnerLockByte);
-}
-
 // The mailbox is this teller's while it lives.
 class MailboxTurn {
  public:
@@ -37,7 +32,7 @@ template <typename Look>
 bool wait_for(const sim::CardMapping& card, std::int64_t deadline, Clock& clock, Look look) {
     while (!look()) {
         const std::int64_t now = clock.now();
-        if (!is_powered(card)) {
+        if (!card.is_powered()) {
             throw Unanswered("it was powered off meanwhile");
         }
         if (now >= deadline) {

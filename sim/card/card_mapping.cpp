@@ -131,14 +131,17 @@ CardMapping CardMapping::attach(int file) {
     }
     CardMapping mapping(file, memory, bytes);
     // The power word is set last, so what stands beside it is whole.
-    const bool is_on = memory->identity.power.load(std::memory_order_acquire) == PowerState::kOn;
-    const bool is_alive = is_byte_locked(file, kOwnerLockByte);
-    const bool is_known = is_card_of_this_layout(memory->identity, bytes);
-    if (!is_on || !is_alive || !is_known) {
+    const bool is_powered = mapping.is_powered();
+    if (!is_powered || !is_card_of_this_layout(memory->identity, bytes)) {
         mapping = CardMapping();
-        errno = is_on && is_alive ? EPROTO : ENODEV;
+        errno = is_powered ? EPROTO : ENODEV;
     }
     return mapping;
+}
+
+bool CardMapping::is_powered() const {
+    return memory_->identity.power.load(std::memory_order_acquire) == PowerState::kOn &&
+           is_byte_locked(file_, kOwnerLockByte);
 }
 
 CardMapping attach_to_card(std::uint32_t index) {

@@ -10,8 +10,7 @@
 
 namespace kova::sim {
 
-/** Owns one mapping and one open file. The mapping may be empty: then an operation failed and errno says why.
- */
+/** Owns one mapping and one open file. An empty one is what an operation that failed returns, errno set. */
 class CardMapping {
  public:
     CardMapping() = default;
@@ -25,6 +24,8 @@ class CardMapping {
     [[nodiscard]] explicit operator bool() const { return memory_ != nullptr; }
     [[nodiscard]] CardMemory& memory() const { return *memory_; }
     [[nodiscard]] int file() const { return file_; }
+    /** For a client: whether the card is on and the program that powers it lives. */
+    [[nodiscard]] bool is_powered() const;
 
     /** Makes the memory of a new card in an empty file, which it takes over unless it fails. */
     static CardMapping create(int file, std::uint32_t index, const CardOptions& options);

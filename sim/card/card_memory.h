@@ -5,8 +5,8 @@
  * and runs the card's own logic on it for each register access. The layout has a version: a client of another
  * version is refused.
  *
- *     identity | lock | behaviour | registers | contract tables | table ports | forwarding | exchange | mailbox
- * | stream controls | rings, one after the other
+ *     identity | lock | behaviour | registers | contract tables | table ports
+ *     forwarding | exchange | mailbox | stream controls | rings, one after the other
  *
  * Who is alive is told by locks on bytes of the memory's file, which the kernel releases when a process ends in
  * whatever way: byte 0 belongs to the program that powers the card, byte 1 to whoever uses the mailbox, and one
@@ -100,7 +100,7 @@ struct TablePort {
 struct Forwarding {
     std::atomic<std::uint64_t> openings;   // times that it was opened
     std::atomic<std::uint64_t> forwarded;  // frames sent
-    std::atomic<std::uint64_t> withheld;   // frames that came while it was closed
+    std::atomic<std::uint64_t> withheld;   // frames that found it closed, unlike their sender just before
 };
 
 /** What the exchange does about one feed; for whoever watches the card. */

@@ -55,7 +55,7 @@ class SdkCalls {
     /** The calls recorded so far, each as the name and its telling arguments: "enyx_hw_filter_set_index(0)". */
     [[nodiscard]] std::vector<std::string> calls() const;
     [[nodiscard]] std::vector<RegisterAccess> register_accesses() const;
-    /** Calls of one function while watched. */
+    /** Calls of one function among those recorded. */
     [[nodiscard]] std::size_t count(std::string_view function) const;
 
     /** Objects of one kind ("filter", "a2c_stream", ...) created and not destroyed; counted always. */

@@ -39,16 +39,11 @@ Accelerators& accelerators() {
     return *kept;
 }
 
-bool is_on(const AttachedCard& card) {
-    return card->memory().identity.power.load(std::memory_order_acquire) == kova::sim::PowerState::kOn &&
-           kova::sim::is_byte_locked(card->file(), kova::sim::kOwnerLockByte);
-}
-
 // The card behind an accelerator, attached anew when it was powered off and on since. Null and errno without
 // one.
 AttachedCard card_of(enyx_hw_accelerator& accelerator) {
     const std::lock_guard guard(accelerators().mutex);
-    if (!is_on(accelerator.card)) {
+    if (!accelerator.card->is_powered()) {
         AttachedCard card = kova::sim::attach(accelerator.index);
         if (card == nullptr) {
             return nullptr;

@@ -150,7 +150,7 @@ TEST(SimcardLifecycle, CardOfAnotherLayoutIsLeftAlone) {
     EXPECT_TRUE(contains(status.error(), "another memory layout"));
     Process off = simcard_command("off", own_card());
     EXPECT_EQ(off.exit_code(), 1);
-    EXPECT_TRUE(contains(off.error(), "another memory layout"));
+    EXPECT_TRUE(contains(off.error(), "another memory layout: use the kova-simcard of the same version"));
     EXPECT_TRUE(has_card_memory(own_card()));
 }
 
