@@ -18,16 +18,9 @@ double rate_between(const ProgressSample& from, const ProgressSample& to) {
     return nanoseconds > 0 ? quotes * static_cast<double>(kSecond) / nanoseconds : 0;
 }
 
-std::string_view name_of(sim::TrafficState state) {
-    switch (state) {
-        case sim::TrafficState::kNone:
-            return "waiting";
-        case sim::TrafficState::kRunning:
-            return "running";
-        case sim::TrafficState::kEnded:
-            return "ended";
-    }
-    return "";
+// Whoever watches waits for the first quote.
+std::string_view shown_name_of(sim::TrafficState state) {
+    return state == sim::TrafficState::kNone ? "waiting" : name_of(state);
 }
 
 }  // namespace
@@ -35,7 +28,7 @@ std::string_view name_of(sim::TrafficState state) {
 std::string progress_text(const ProgressSample& sample, double rate) {
     const std::int64_t seconds = sample.elapsed / kSecond;
     return fmt::format("{} {:02}:{:02}:{:02}  {:.0f} quotes/s  sent {}  lost {}  {} channel{} open",
-                       name_of(sample.traffic), seconds / 3600, seconds / 60 % 60, seconds % 60, rate,
+                       shown_name_of(sample.traffic), seconds / 3600, seconds / 60 % 60, seconds % 60, rate,
                        sample.totals.sent, sample.totals.lost, sample.channels_open,
                        sample.channels_open == 1 ? "" : "s");
 }

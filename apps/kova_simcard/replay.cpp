@@ -32,7 +32,7 @@ void Replay::step(std::int64_t now) {
     }
 }
 
-std::vector<SourceNews> Replay::take_news() {
+std::vector<News> Replay::take_news() {
     return std::exchange(news_, {});
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "kova_simcard/frame_source.h"
+#include "kova_simcard/frame_sender.h"
 #include "sim/capture/capture_file.h"
 #include "sim/card/card.h"
 
@@ -40,14 +40,14 @@ struct ReplayTotals {
  * It loses nothing: while the ring has no room, or nobody reads channel 0, it waits, and goes on from there
  * with the recorded times between the frames.
  */
-class Replay final : public FrameSource {
+class Replay final : public FrameSender {
  public:
     /** `card` must outlive it. */
     Replay(sim::Card& card, std::unique_ptr<sim::CaptureFile> capture, ReplayPlan plan);
 
     void step(std::int64_t now) override;
     [[nodiscard]] std::int64_t next() const override { return next_; }
-    [[nodiscard]] std::vector<SourceNews> take_news() override;
+    [[nodiscard]] std::vector<News> take_news() override;
 
     /** Since forwarding was opened last. */
     [[nodiscard]] const ReplayTotals& totals() const { return totals_; }
@@ -73,7 +73,7 @@ class Replay final : public FrameSource {
     std::int64_t due_ = 0;                      // when it is
     std::int64_t next_ = 0;
     ReplayTotals totals_;
-    std::vector<SourceNews> news_;
+    std::vector<News> news_;
 };
 
 }  // namespace kova::app

@@ -129,14 +129,14 @@ ProgressSample sample_of(const sim::Card& card, const Traffic& traffic, std::int
             .channels_open = channels_open(card)};
 }
 
-using FrameSources = std::vector<std::unique_ptr<FrameSource>>;
+using FrameSenders = std::vector<std::unique_ptr<FrameSender>>;
 
 // What goes on while the card is on.
 struct Operation {
     sim::Card& card;
     Traffic& traffic;
     const sim::Market& market;
-    const FrameSources& frame_sources;
+    const FrameSenders& frame_senders;
     const Commands& commands;
     Schedule& schedule;
     Progress& progress;
@@ -147,15 +147,15 @@ std::int64_t step(const Operation& operation, std::int64_t now) {
     operation.card.tick(now);
     operation.traffic.step(now);
     std::int64_t next = operation.traffic.next();
-    for (const auto& source : operation.frame_sources) {
-        source->step(now);
-        next = std::min(next, source->next());
+    for (const auto& sender : operation.frame_senders) {
+        sender->step(now);
+        next = std::min(next, sender->next());
     }
     return next;
 }
 
-void tell_news(const Operation& operation, const std::vector<SourceNews>& all_news) {
-    for (const SourceNews& news : all_news) {
+void tell_news(const Operation& operation, const std::vector<News>& all_news) {
+    for (const News& news : all_news) {
         if (news.is_error) {
             fmt::print(stderr, "{}\n", news.text);
         } else {
@@ -165,8 +165,8 @@ void tell_news(const Operation& operation, const std::vector<SourceNews>& all_ne
 }
 
 void tell_news(const Operation& operation) {
-    for (const auto& source : operation.frame_sources) {
-        tell_news(operation, source->take_news());
+    for (const auto& sender : operation.frame_senders) {
+        tell_news(operation, sender->take_news());
     }
 }
 
@@ -257,10 +257,10 @@ void power(const RunOptions& options, const sim::Scenario& scenario) {
     Commands commands;
     add_rate_command(commands, traffic);
     add_card_commands(commands, *card);
-    FrameSources frame_sources;
+    FrameSenders frame_senders;
     // A capture stands for the exchange's own snapshots.
     if (capture != nullptr) {
-        frame_sources.push_back(replay_of(options, *card, std::move(capture)));
+        frame_senders.push_back(replay_of(options, *card, std::move(capture)));
     } else {
         auto sender =
             std::make_unique<SnapshotSender>(*card, market,
@@ -268,10 +268,10 @@ void power(const RunOptions& options, const sim::Scenario& scenario) {
                                                           .snapshot = snapshot_options(scenario, selection),
                                                           .impairments = scenario.impairments});
         add_snapshot_commands(commands, *sender);
-        frame_sources.push_back(std::move(sender));
+        frame_senders.push_back(std::move(sender));
     }
     Schedule schedule(scenario.events);
-    const Operation operation{*card, traffic, market, frame_sources, commands, schedule, progress};
+    const Operation operation{*card, traffic, market, frame_senders, commands, schedule, progress};
     const std::string_view reason = keep_on(operation, clock);
     tell_news(operation);
     const ProgressSample last = sample_of(*card, traffic, clock.now());

@@ -6,7 +6,7 @@ namespace kova::app {
 
 namespace {
 
-SourceNews tell(const sim::ScheduledEvent& event, const Commands& commands) {
+News tell(const sim::ScheduledEvent& event, const Commands& commands) {
     const sim::CommandReply reply = commands.perform(event.command);
     return {.is_error = reply.is_refused,
             .text = reply.is_refused
@@ -16,14 +16,14 @@ SourceNews tell(const sim::ScheduledEvent& event, const Commands& commands) {
 
 }  // namespace
 
-std::vector<SourceNews> Schedule::step(std::int64_t now, std::chrono::milliseconds exchange_time,
-                                       const Commands& commands) {
+std::vector<News> Schedule::step(std::int64_t now, std::chrono::milliseconds exchange_time,
+                                 const Commands& commands) {
     start_ = start_.value_or(now);
     const std::chrono::nanoseconds elapsed(now - *start_);
     const auto is_due = [&](const sim::ScheduledEvent& event) {
         return event.is_exchange_time ? event.at <= exchange_time : event.at <= elapsed;
     };
-    std::vector<SourceNews> news;
+    std::vector<News> news;
     for (const sim::ScheduledEvent& event : events_) {
         if (is_due(event)) {
             news.push_back(tell(event, commands));

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "kova_simcard/commands.h"
-#include "kova_simcard/frame_source.h"
+#include "kova_simcard/frame_sender.h"
 #include "sim/exchange/scenario.h"
 
 namespace kova::app {
@@ -25,8 +25,7 @@ class Schedule {
      * @param now nanoseconds of a clock that never goes back; the first step is the power-on.
      * @param exchange_time the exchange's time since midnight.
      */
-    std::vector<SourceNews> step(std::int64_t now, std::chrono::milliseconds exchange_time,
-                                 const Commands& commands);
+    std::vector<News> step(std::int64_t now, std::chrono::milliseconds exchange_time, const Commands& commands);
 
  private:
     std::vector<sim::ScheduledEvent> events_;  // still to come

@@ -47,7 +47,7 @@ void SnapshotSender::step(std::int64_t now) {
     }
 }
 
-std::vector<SourceNews> SnapshotSender::take_news() {
+std::vector<News> SnapshotSender::take_news() {
     return std::exchange(news_, {});
 }
 

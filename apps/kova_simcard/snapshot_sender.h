@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "kova_simcard/frame_source.h"
+#include "kova_simcard/frame_sender.h"
 #include "sim/card/card.h"
 #include "sim/exchange/impairments.h"
 #include "sim/exchange/market.h"
@@ -31,14 +31,14 @@ struct SnapshotPlan {
  * It loses nothing but what the impairments take: while the ring has no room, or nobody reads channel 0, it
  * waits, as a TCP sender does.
  */
-class SnapshotSender final : public FrameSource {
+class SnapshotSender final : public FrameSender {
  public:
     /** `card` and `market` must outlive it. Throws std::invalid_argument for options out of their range. */
     SnapshotSender(sim::Card& card, const sim::Market& market, const SnapshotPlan& plan);
 
     void step(std::int64_t now) override;
     [[nodiscard]] std::int64_t next() const override { return next_; }
-    [[nodiscard]] std::vector<SourceNews> take_news() override;
+    [[nodiscard]] std::vector<News> take_news() override;
 
     /** What befalls the frames; rates may be changed. */
     [[nodiscard]] sim::Impairments& impairments() { return impairments_; }
@@ -66,7 +66,7 @@ class SnapshotSender final : public FrameSource {
     std::uint64_t owed_ = 0;   // frames that are due and have not been sent
     std::uint64_t sent_ = 0;   // since forwarding was opened last
     std::int64_t next_ = 0;
-    std::vector<SourceNews> news_;
+    std::vector<News> news_;
 };
 
 }  // namespace kova::app

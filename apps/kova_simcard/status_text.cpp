@@ -7,6 +7,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "kova_simcard/traffic.h"
+
 namespace kova::app {
 
 namespace {
@@ -14,20 +16,8 @@ namespace {
 // Keys in the order that they are written in here.
 using Json = nlohmann::ordered_json;
 
-constexpr std::array<std::string_view, MDQP_FEED_COUNT> kFeedNames{"shfe_2ps", "shfe_4ps", "ine_2ps",
-                                                                   "ine_4ps"};
-
-std::string_view name_of(sim::TrafficState state) {
-    switch (state) {
-        case sim::TrafficState::kNone:
-            return "none";
-        case sim::TrafficState::kRunning:
-            return "running";
-        case sim::TrafficState::kEnded:
-            return "ended";
-    }
-    return "unknown";
-}
+// Keys of the status, spelt like its registers.
+constexpr std::array<std::string_view, MDQP_FEED_COUNT> kFeedKeys{"shfe_2ps", "shfe_4ps", "ine_2ps", "ine_4ps"};
 
 bool has_history(const ChannelStatus& channel) {
     return channel.is_open || channel.sent + channel.lost + channel.unheard != 0;
@@ -40,7 +30,7 @@ void append_feeds(std::string& text, const CardStatus& status) {
     for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
         const FeedStatus& line = status.feeds[feed];
         fmt::format_to(std::back_inserter(text),
-                       "{:<10}{:>7}{:>8}{:>12}{:>12}  {:<8}{:<7}{:>9}{:>9}  {:<6}{:>7}\n", kFeedNames[feed],
+                       "{:<10}{:>7}{:>8}{:>12}{:>12}  {:<8}{:<7}{:>9}{:>9}  {:<6}{:>7}\n", kFeedKeys[feed],
                        line.rows, line.filled, line.subscribed, line.packets,
                        line.is_started ? "started" : "stopped", line.is_open ? "open" : "closed",
                        line.refused_writes, line.outside, line.is_cut ? "cut" : "whole", line.cycles);
@@ -113,7 +103,7 @@ std::string status_json(const CardStatus& status) {
     }
     json["lock"] = {{"recoveries", status.lock_recoveries}, {"unprotected", status.unprotected_accesses}};
     for (std::size_t feed = 0; feed < status.feeds.size(); ++feed) {
-        const std::string name(kFeedNames[feed]);
+        const std::string name(kFeedKeys[feed]);
         const FeedStatus& line = status.feeds[feed];
         json["packets"][name] = line.packets;
         json["tables"][name] = {{"rows", line.rows},

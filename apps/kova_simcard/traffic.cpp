@@ -37,6 +37,18 @@ bool allows_pauses(const sim::Card& card, sim::Rate rate) {
 
 }  // namespace
 
+std::string_view name_of(sim::TrafficState state) {
+    switch (state) {
+        case sim::TrafficState::kNone:
+            return "none";
+        case sim::TrafficState::kRunning:
+            return "running";
+        case sim::TrafficState::kEnded:
+            return "ended";
+    }
+    return "unknown";
+}
+
 Traffic::Traffic(sim::Card& card, sim::Market& market, const TrafficPlan& plan)
     : card_(card),
       market_(market),

@@ -6,12 +6,16 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "sim/card/card.h"
 #include "sim/exchange/market.h"
 #include "sim/exchange/pacer.h"
 
 namespace kova::app {
+
+/** As the status calls it. */
+[[nodiscard]] std::string_view name_of(sim::TrafficState state);
 
 struct TrafficPlan {
     sim::Rate rate = 1000;                   // quotes a second; nothing: as fast as the streams take them

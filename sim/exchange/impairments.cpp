@@ -75,7 +75,6 @@ std::span<const std::byte> Impairments::next() {
     }
     current_ = std::move(arrived_.front());
     arrived_.pop_front();
-    ++given_;
     return std::span(current_->bytes).first(current_->size);
 }
 

@@ -78,9 +78,8 @@ class Impairments final : public FrameSource {
 
     /** How often it has struck. */
     [[nodiscard]] std::uint64_t struck(Impairment impairment) const { return at(impairment).count; }
-    /** Frames that were taken from the source, and frames that were given. */
+    /** Frames that were taken from the source. */
     [[nodiscard]] std::uint64_t taken() const { return taken_; }
-    [[nodiscard]] std::uint64_t given() const { return given_; }
 
     static constexpr std::uint32_t kMostLost = 1000;
 
@@ -135,7 +134,6 @@ class Impairments final : public FrameSource {
     FramePointer current_;             // what next() gave last
     std::uint64_t swap_due_ = 0;       // when the frame that is being swapped arrives
     std::uint64_t taken_ = 0;
-    std::uint64_t given_ = 0;
 };
 
 }  // namespace kova::sim

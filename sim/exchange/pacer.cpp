@@ -44,7 +44,6 @@ std::uint64_t Pacer::due(std::int64_t now_ns) {
     const std::uint64_t owed = due_within(now_ns_ - origin_ns_, *rate_) + 1 - given_;
     const std::uint64_t sent = std::min(owed, burst_);
     given_ += owed;
-    forgiven_ += owed - sent;
     return sent;
 }
 

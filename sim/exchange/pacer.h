@@ -35,9 +35,6 @@ class Pacer {
     /** When the next quote is due, on the same clock; the present with an unlimited rate. Call due() first. */
     [[nodiscard]] std::int64_t next_ns() const;
 
-    /** Quotes that were forgiven so far. */
-    [[nodiscard]] std::uint64_t forgiven() const { return forgiven_; }
-
  private:
     Rate rate_;
     std::uint64_t burst_;
@@ -45,7 +42,6 @@ class Pacer {
     std::int64_t origin_ns_ = 0;
     std::int64_t now_ns_ = 0;
     std::uint64_t given_ = 0;  // since the origin, the forgiven ones included
-    std::uint64_t forgiven_ = 0;
 };
 
 }  // namespace kova::sim

@@ -45,8 +45,8 @@ struct SnapshotFeed {
 };
 
 enum class SnapshotOrder : std::uint8_t {
-    sequential,   // a cycle of one feed, then a cycle of the next: readers that keep one connection a port see
-                  // all
+    // A cycle of one feed, then a cycle of the next: readers that keep one connection a port see all.
+    sequential,
     interleaved,  // a frame of each feed in turn
 };
 

@@ -84,9 +84,9 @@ TEST_F(SimcardSnapshot, EachOpeningBeginsWithACycleAndTheConnectionGoesOn) {
     EXPECT_EQ(sender.stream().cycles(SHFE_2PS), 1U);
     EXPECT_EQ(sender.stream().cycles(INE_2PS), 0U);
     EXPECT_THAT(sender.take_news(),
-                ElementsAre(SourceNews{false, "snapshot forwarding is open"},
-                            SourceNews{false, "snapshot forwarding is closed after 3 frames"},
-                            SourceNews{false, "snapshot forwarding is open"}));
+                ElementsAre(News{false, "snapshot forwarding is open"},
+                            News{false, "snapshot forwarding is closed after 3 frames"},
+                            News{false, "snapshot forwarding is open"}));
 }
 
 TEST_F(SimcardSnapshot, WaitsForRoomAndLosesNothing) {
