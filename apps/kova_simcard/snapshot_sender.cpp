@@ -70,6 +70,7 @@ void SnapshotSender::open() {
     sent_ = 0;
     owed_ = 0;
     pacer_ = sim::Pacer(rate_, kBurst);
+    impairments_.forget_frames();
     news_.push_back({.is_error = false, .text = "snapshot forwarding is open"});
 }
 

@@ -26,7 +26,8 @@ struct SnapshotPlan {
  * Sends snapshots while the host has forwarding open.
  *
  * Each opening is served from the beginning of a cycle: what is left of the one at hand passes unseen, as it
- * does on a line that a reader joins. The connections go on meanwhile, so their sequence numbers do too.
+ * does on a line that a reader joins, and so does what an impairment has delayed of an earlier opening. The
+ * connections go on meanwhile, so their sequence numbers do too.
  *
  * It loses nothing but what the impairments take: while the ring has no room, or nobody reads channel 0, it
  * waits, as a TCP sender does.

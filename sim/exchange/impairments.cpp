@@ -78,6 +78,18 @@ std::span<const std::byte> Impairments::next() {
     return std::span(current_->bytes).first(current_->size);
 }
 
+void Impairments::forget_frames() {
+    for (FramePointer& frame : arrived_) {
+        give_back(std::move(frame));
+    }
+    arrived_.clear();
+    for (Held& held : held_) {
+        give_back(std::move(held.frame));
+    }
+    held_.clear();
+    swap_due_ = 0;
+}
+
 /** Everything draws for every frame, so that no rate shifts the numbers of another. */
 void Impairments::draw() {
     for (State& state : states_) {

@@ -70,6 +70,9 @@ class Impairments final : public FrameSource {
      */
     std::span<const std::byte> next() override;
 
+    /** Forgets the frames that are still on their way, as if they were lost: whoever waits for them is gone. */
+    void forget_frames();
+
     /** Sets a rate by its impairment's name. Throws std::invalid_argument for an unknown name and a bad rate.
      */
     void set(std::string_view name, double rate);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using namespace std::string_literals;
 
 constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr std::int64_t kStart = 123'456'789'012;
@@ -26,16 +28,22 @@ class SimcardSnapshot : public ::testing::Test {
         sim::write_register(card_.memory(), number, value);
     }
 
-    // The payloads of the segments that have come since the last time: behind 12 bytes of the message, 14 of
-    // Ethernet, 20 of IP and 20 of TCP.
+    // What has come since the last time: frames behind 12 bytes of the card's message.
     std::vector<std::string> take() {
-        constexpr std::size_t kHeaders = 12 + 14 + 20 + 20;
-        std::vector<std::string> payloads;
-        while (reader_->poll([&payloads](const std::uint8_t* data, std::uint32_t size) {
-            payloads.emplace_back(reinterpret_cast<const char*>(data) + kHeaders, size - kHeaders);
+        constexpr std::size_t kHeader = 12;
+        std::vector<std::string> frames;
+        while (reader_->poll([&frames](const std::uint8_t* data, std::uint32_t size) {
+            frames.emplace_back(reinterpret_cast<const char*>(data) + kHeader, size - kHeader);
         }) == 1) {
         }
-        return payloads;
+        return frames;
+    }
+
+    // What a segment carries: behind 14 bytes of Ethernet, 20 of IP and 20 of TCP.
+    static std::string payload(const std::string& frame) { return frame.substr(14 + 20 + 20); }
+
+    static std::string text_of(std::span<const std::byte> frame) {
+        return {reinterpret_cast<const char*>(frame.data()), frame.size()};
     }
 
     sim::Listing listing_ = sim::Listing::make({.shfe = 40, .ine = 4});
@@ -79,14 +87,50 @@ TEST_F(SimcardSnapshot, EachOpeningBeginsWithACycleAndTheConnectionGoesOn) {
     sender.step(kStart + 20 * kMillisecond);
     const std::vector<std::string> again = take();
     ASSERT_EQ(again.size(), 1U);
-    // An opening message of the other exchange: the cycle that was cut short counts as passed.
-    EXPECT_EQ(first.front().substr(0, 1), again.front().substr(0, 1));
+    // Opening messages: flag, type, 50 bytes of body; the snapshot's field with topic and number, a field of
+    // nothing. The second one is of the other exchange: the cycle that was cut short counts as passed.
+    const std::string nothing = "\x02\x10\x24"s + std::string(1 + 36, '\0');
+    EXPECT_EQ(payload(first.front()).substr(0, 58),
+              "\x11\x32\x32\0\0\0\0\0\x01\x10\x06\0\xE8\x03\x01\0\0\0"s + nothing);
+    EXPECT_EQ(payload(again.front()).substr(0, 58),
+              "\x11\x32\x32\0\0\0\0\0\x01\x10\x06\0\x88\x13\x01\0\0\0"s + nothing);
     EXPECT_EQ(sender.stream().cycles(SHFE_2PS), 1U);
     EXPECT_EQ(sender.stream().cycles(INE_2PS), 0U);
-    EXPECT_THAT(sender.take_news(),
-                ElementsAre(News{false, "snapshot forwarding is open"},
-                            News{false, "snapshot forwarding is closed after 3 frames"},
-                            News{false, "snapshot forwarding is open"}));
+    EXPECT_THAT(sender.take_news(), ElementsAre(News{false, "snapshot forwarding is open"},
+                                                News{false, "snapshot forwarding is closed after 3 frames"},
+                                                News{false, "snapshot forwarding is open"}));
+}
+
+TEST_F(SimcardSnapshot, NothingOfAnEarlierOpeningComesInALaterOne) {
+    for (const std::string name : {"delay", "retransmit", "corrupt", "swap", "duplicate", "rst"}) {
+        SCOPED_TRACE(name);
+        SnapshotSender sender(card_, market_, {.rate = 1000});
+        sim::SnapshotStream expected(market_, {});  // without anything that befalls it
+        sender.impairments().set(name, 1);
+        write(0x1000, 0xF);
+        for (int i = 0; i < 5; ++i) {
+            sender.step(kStart + i * kMillisecond);
+        }
+        write(0x1000, 0);
+        sender.step(kStart + 10 * kMillisecond);
+        static_cast<void>(take());
+        // Up to the end of the cycle that was cut short, seen or not.
+        while (expected.frames() < sender.stream().frames() || !expected.at_cycle_start()) {
+            static_cast<void>(expected.next());
+        }
+        sender.impairments().set(name, 0);
+        write(0x1000, 0xF);
+        std::vector<std::string> frames;
+        for (int i = 20; i < 320; ++i) {
+            sender.step(kStart + i * kMillisecond);
+            const std::vector<std::string> more = take();
+            frames.insert(frames.end(), more.begin(), more.end());
+        }
+        ASSERT_GT(frames.size(), 256U);
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            ASSERT_EQ(frames[i], text_of(expected.next())) << i;
+        }
+    }
 }
 
 TEST_F(SimcardSnapshot, WaitsForRoomAndLosesNothing) {
