@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "kova_simcard/output.h"
+
 namespace kova::app {
 
 namespace {
@@ -37,8 +39,7 @@ void Progress::tell(std::string_view line) {
     if (kind_ == Kind::kNone) {
         return;
     }
-    fmt::print(file_, "{}{}\n", is_line_open_ ? kRewrite : "", line);
-    std::fflush(file_);
+    write_text(file_, fmt::format("{}{}\n", is_line_open_ ? kRewrite : "", line));
     is_line_open_ = false;
 }
 
@@ -74,8 +75,7 @@ void Progress::show(const ProgressSample& sample) {
         tell(text);
         return;
     }
-    fmt::print(file_, "{}{}", kRewrite, text);
-    std::fflush(file_);
+    write_text(file_, kRewrite + text);
     is_line_open_ = true;
 }
 

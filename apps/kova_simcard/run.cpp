@@ -15,6 +15,7 @@
 #include "kova_simcard/clock.h"
 #include "kova_simcard/commands.h"
 #include "kova_simcard/exit_codes.h"
+#include "kova_simcard/output.h"
 #include "kova_simcard/prepare.h"
 #include "kova_simcard/progress.h"
 #include "kova_simcard/rate.h"
@@ -44,7 +45,7 @@ void note_stop_signal(int signal) {
 void watch_stop_signals() {
     struct sigaction action {};
     action.sa_handler = note_stop_signal;
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) {
         sigaction(signal, &action, nullptr);
     }
 }
@@ -97,9 +98,9 @@ sim::MarketOptions market_options_of(const RunOptions& options, const sim::Scena
 
 void warn_of_unmatched(const RunOptions& options, const sim::Selection& selection) {
     for (const sim::UnmatchedEntry& unmatched : selection.unmatched) {
-        fmt::print(stderr, "{}:{}: no instrument of this listing answers to \"{}\"\n",
-                   options.scenario ? options.scenario->string() : "default", unmatched.entry.line,
-                   unmatched.entry.text);
+        write_text(stderr, fmt::format("{}:{}: no instrument of this listing answers to \"{}\"\n",
+                                       options.scenario ? options.scenario->string() : "default",
+                                       unmatched.entry.line, unmatched.entry.text));
     }
 }
 
@@ -157,7 +158,7 @@ std::int64_t step(const Operation& operation, std::int64_t now) {
 void tell_news(const Operation& operation, const std::vector<News>& all_news) {
     for (const News& news : all_news) {
         if (news.is_error) {
-            fmt::print(stderr, "{}\n", news.text);
+            write_text(stderr, fmt::format("{}\n", news.text));
         } else {
             operation.progress.tell(news.text);
         }
@@ -287,16 +288,17 @@ int run(const RunOptions& options) {
         power(options, scenario_of(options));
         return kExitDone;
     } catch (const sim::ScenarioError& error) {
-        fmt::print(stderr, "{}\n", error.what());
+        write_text(stderr, fmt::format("{}\n", error.what()));
         return kExitRefused;
     } catch (const sim::CaptureError& error) {
-        fmt::print(stderr, "{}\n", error.what());
+        write_text(stderr, fmt::format("{}\n", error.what()));
         return kExitRefused;
     } catch (const std::invalid_argument& error) {
-        fmt::print(stderr, "{}: {}\n", options.scenario ? options.scenario->string() : "default", error.what());
+        write_text(stderr, fmt::format("{}: {}\n", options.scenario ? options.scenario->string() : "default",
+                                       error.what()));
         return kExitRefused;
     } catch (const std::exception& error) {
-        fmt::print(stderr, "{}\n", error.what());
+        write_text(stderr, fmt::format("{}\n", error.what()));
         return kExitFailed;
     }
 }

@@ -7,8 +7,8 @@
 namespace kova::app {
 
 /**
- * Powers a card and lets the exchange send through it until SIGTERM, SIGINT, SIGHUP or `off`; the program's
- * exit code. Progress goes to standard output, what went wrong to standard error.
+ * Powers a card and lets the exchange send through it until SIGTERM, SIGINT, SIGHUP, SIGPIPE or `off`; the
+ * program's exit code. Progress goes to standard output, what went wrong to standard error.
  */
 int run(const RunOptions& options);
 

@@ -57,7 +57,23 @@ TEST_P(SimcardSignal, PowersTheCardOffCleanly) {
     EXPECT_EQ(client->memory().identity.power.load(), sim::PowerState::kOff);
 }
 
-INSTANTIATE_TEST_SUITE_P(Stop, SimcardSignal, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Stop, SimcardSignal, ::testing::Values(SIGTERM, SIGINT, SIGHUP, SIGPIPE));
+
+// A shell that runs this: `head` is gone behind the line that says the card is on, and the line that the event
+// gives finds no reader.
+TEST(SimcardLifecycle, OutputThatNobodyReadsAnyMorePowersTheCardOffCleanly) {
+    const ScenarioFile scenario("[[events]]\nat = 0.5\ntell = \"feed stop ine2ps\"\n");
+    const std::string run = "\"$0\" run --card \"$1\" --scenario \"$2\"";
+    Process shell =
+        Process::run("/bin/bash", {"-c", run + " | head -n 1; exit \"${PIPESTATUS[0]}\"", KOVA_SIMCARD_PROGRAM,
+                                   std::to_string(own_card()), scenario.path()});
+    EXPECT_EQ(shell.exit_code(), 0);
+    EXPECT_TRUE(contains(shell.output(), " is on (pid ")) << shell.output();
+    EXPECT_EQ(shell.error(), "");
+    EXPECT_FALSE(has_card_memory(own_card()));
+    EXPECT_EQ(sim::attach(own_card()), nullptr);
+    ::shm_unlink(sim::card_memory_name(own_card()).data());
+}
 
 TEST(SimcardLifecycle, CardThatIsOnCannotBePoweredAgain) {
     Simcard simcard(own_card());
