@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <optional>
 
 #include "kova_simcard/card_values.h"
@@ -44,6 +45,18 @@ double rate_of(std::string_view text) {
         throw CommandRefused(fmt::format("\"{}\" is no number from 0 to 1", text));
     }
     return rate;
+}
+
+// As a scenario has them.
+std::uint64_t seed_of(std::string_view text) {
+    constexpr auto kMost = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    std::uint64_t seed = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, seed);
+    if (error != std::errc() || rest != end || seed > kMost) {
+        throw CommandRefused(fmt::format("\"{}\" is no seed, a whole number from 0 to {}", text, kMost));
+    }
+    return seed;
 }
 
 std::string set_rate(Traffic& traffic, Commands::Words words) {
@@ -146,19 +159,27 @@ std::string power_cycle(sim::Card& card, Commands::Words words) {
 }
 
 std::string impair(SnapshotSender& sender, Commands::Words words) {
-    if (words.size() != 2) {
-        throw CommandRefused("impair takes the name of an impairment and its rate");
+    constexpr std::size_t kWithSeed = 3;
+    if (words.size() != 2 && words.size() != kWithSeed) {
+        throw CommandRefused(
+            "impair takes the name of an impairment, its rate, and a seed if it is to have one");
     }
-    sender.impairments().set(words[0], rate_of(words[1]));
-    return fmt::format("{} strikes {:g} of the frames", words[0], rate_of(words[1]));
+    const double rate = rate_of(words[1]);
+    if (words.size() == 2) {
+        sender.impairments().set(words[0], rate);
+        return fmt::format("{} strikes {:g} of the frames", words[0], rate);
+    }
+    const std::uint64_t seed = seed_of(words[2]);
+    sender.impairments().set(words[0], rate, seed);
+    return fmt::format("{} strikes {:g} of the frames, by seed {}", words[0], rate, seed);
 }
 
 std::string show_impairments(const sim::Impairments& impairments) {
-    std::string text = fmt::format("{:<12}{:>10}{:>12}", "impairment", "rate", "struck");
+    std::string text = fmt::format("{:<12}{:>10}{:>12}  {}", "impairment", "rate", "struck", "seed");
     for (std::size_t i = 0; i < sim::kImpairmentNames.size(); ++i) {
         const auto impairment = static_cast<sim::Impairment>(i);
-        text += fmt::format("\n{:<12}{:>10g}{:>12}", sim::kImpairmentNames[i], impairments.rate(impairment),
-                            impairments.struck(impairment));
+        text += fmt::format("\n{:<12}{:>10g}{:>12}  {}", sim::kImpairmentNames[i], impairments.rate(impairment),
+                            impairments.struck(impairment), impairments.seed(impairment));
     }
     return text;
 }
@@ -231,9 +252,9 @@ void add_power_cycle_command(Commands& commands, sim::Card& card) {
 }
 
 void add_snapshot_commands(Commands& commands, SnapshotSender& sender) {
-    commands.add("impair", "NAME RATE", "how often something befalls a frame of the snapshots, 0 to 1",
+    commands.add("impair", "NAME RATE [SEED]", "how often something befalls a frame of the snapshots, 0 to 1",
                  [&sender](Commands::Words words) { return impair(sender, words); });
-    commands.add("impairments", "", "their rates, and how often they have struck",
+    commands.add("impairments", "", "their rates, how often they have struck, and their seeds",
                  [&sender](Commands::Words) { return show_impairments(sender.impairments()); });
     commands.add("quirky_cuts", "RATE", "share of the messages that are cut in the next one's header",
                  [&sender](Commands::Words words) { return set_quirky_cuts(sender, words); });

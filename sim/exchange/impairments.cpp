@@ -38,29 +38,37 @@ std::string all_names() {
 
 Impairments::Impairments(FrameSource& source, const ImpairmentOptions& options) : source_(source) {
     for (std::size_t i = 0; i < states_.size(); ++i) {
-        Random seeds(options.seed ^ (i + 1) << 48U);
-        states_[i].when = Random(seeds.bits());
-        states_[i].how = Random(seeds.bits());
-        set(static_cast<Impairment>(i), options.rates[i]);
+        set(static_cast<Impairment>(i), options.rates[i], options.seeds[i].value_or(options.seed));
     }
 }
 
-void Impairments::set(std::string_view name, double rate) {
+void Impairments::set(std::string_view name, double rate, std::optional<std::uint64_t> seed) {
     const auto found = std::ranges::find(kImpairmentNames, name);
     if (found == kImpairmentNames.end()) {
         throw std::invalid_argument("unknown impairment \"" + std::string(name) + "\", known are " +
                                     all_names());
     }
-    set(static_cast<Impairment>(found - kImpairmentNames.begin()), rate);
+    set(static_cast<Impairment>(found - kImpairmentNames.begin()), rate, seed);
 }
 
-void Impairments::set(Impairment impairment, double rate) {
+void Impairments::set(Impairment impairment, double rate, std::optional<std::uint64_t> seed) {
     try {
         at(impairment).chance = Chance(rate);
     } catch (const std::invalid_argument& error) {
         const std::string name(kImpairmentNames[static_cast<std::size_t>(impairment)]);
         throw std::invalid_argument(name + " " + error.what());
     }
+    if (seed) {
+        reseed(impairment, *seed);
+    }
+}
+
+void Impairments::reseed(Impairment impairment, std::uint64_t seed) {
+    State& state = at(impairment);
+    Random seeds(seed ^ (static_cast<std::uint64_t>(impairment) + 1) << 48U);
+    state.seed = seed;
+    state.when = Random(seeds.bits());
+    state.how = Random(seeds.bits());
 }
 
 std::span<const std::byte> Impairments::next() {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -48,14 +49,17 @@ struct ImpairmentOptions {
     std::uint64_t seed = 1;
     /** How often each strikes, 0 to 1, by Impairment: the share of the frames of the source that it befalls. */
     std::array<double, kImpairmentNames.size()> rates{};
+    /** Seeds of their own, by Impairment; the others follow from `seed`. */
+    std::array<std::optional<std::uint64_t>, kImpairmentNames.size()> seeds{};
 };
 
 /**
  * A stage behind a source of frames.
  *
  * Each impairment has random numbers of its own: the same source and rates give the same frames, and a rate
- * that is changed does not change where the others strike, unless it takes a frame away from them. Frames that
- * are no TCP segments pass through as they are.
+ * that is changed does not change where the others strike, unless it takes a frame away from them. Two that
+ * have the same seed strike different frames all the same. Frames that are no TCP segments pass through as they
+ * are.
  *
  * A full segment that gets options is longer than an Ethernet frame of 1514 bytes, at most kMostFrameBytes.
  */
@@ -73,11 +77,15 @@ class Impairments final : public FrameSource {
     /** Forgets the frames that are still on their way, as if they were lost: whoever waits for them is gone. */
     void forget_frames();
 
-    /** Sets a rate by its impairment's name. Throws std::invalid_argument for an unknown name and a bad rate.
+    /**
+     * Sets a rate by its impairment's name. With a seed its random numbers begin anew. Throws
+     * std::invalid_argument for an unknown name and a bad rate.
      */
-    void set(std::string_view name, double rate);
-    void set(Impairment impairment, double rate);
+    void set(std::string_view name, double rate, std::optional<std::uint64_t> seed = {});
+    void set(Impairment impairment, double rate, std::optional<std::uint64_t> seed = {});
     [[nodiscard]] double rate(Impairment impairment) const { return at(impairment).chance.rate(); }
+    /** What its random numbers follow from. */
+    [[nodiscard]] std::uint64_t seed(Impairment impairment) const { return at(impairment).seed; }
 
     /** How often it has struck. */
     [[nodiscard]] std::uint64_t struck(Impairment impairment) const { return at(impairment).count; }
@@ -95,6 +103,7 @@ class Impairments final : public FrameSource {
 
     struct State {
         Chance chance{};
+        std::uint64_t seed = 0;
         Random when{0};
         Random how{0};
         bool strikes = false;  // the frame at hand
@@ -112,6 +121,7 @@ class Impairments final : public FrameSource {
     }
     State& at(Impairment impairment) { return states_[static_cast<std::size_t>(impairment)]; }
 
+    void reseed(Impairment impairment, std::uint64_t seed);
     void draw();
     bool strikes(Impairment impairment);
     std::uint32_t from_to(Impairment impairment, std::uint32_t least, std::uint32_t most);

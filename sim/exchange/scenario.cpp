@@ -32,9 +32,7 @@ class Reader {
                     "channel", "snapshot", "impairments", "card", "events"});
         Scenario scenario;
         scenario.name = name_;
-        with(file, "seed", [&](const toml::node& node) {
-            scenario.listing.seed = integer(node, 0, std::numeric_limits<std::int64_t>::max());
-        });
+        with(file, "seed", [&](const toml::node& node) { scenario.listing.seed = seed(node); });
         with(file, "date", [&](const toml::node& node) { scenario.listing.date = trading_day(node); });
         with(file, "rate", [&](const toml::node& node) { scenario.rate = rate(node); });
         with(file, "duration", [&](const toml::node& node) { scenario.duration = seconds(node); });
@@ -100,6 +98,10 @@ class Reader {
             throw Unfit{"must be a whole number " + range};
         }
         return static_cast<std::uint64_t>(*value);
+    }
+
+    static std::uint64_t seed(const toml::node& node) {
+        return integer(node, 0, std::numeric_limits<std::int64_t>::max());
     }
 
     static double number(const toml::node& node, double least, double most, const std::string& range) {
@@ -336,12 +338,26 @@ class Reader {
             }
             with(rates, key.str(), [&](const toml::node& value) {
                 if (found == kImpairmentNames.end()) {
-                    options.seed = integer(value, 0, std::numeric_limits<std::int64_t>::max());
+                    options.seed = seed(value);
                     return;
                 }
-                options.rates[static_cast<std::size_t>(found - kImpairmentNames.begin())] = share(value);
+                read_impairment(value, static_cast<std::size_t>(found - kImpairmentNames.begin()), options);
             });
         }
+    }
+
+    void read_impairment(const toml::node& node, std::size_t index, ImpairmentOptions& options) const {
+        if (!node.is_table()) {
+            options.rates[index] = share(node);
+            return;
+        }
+        const toml::table& impairment = *node.as_table();
+        only(impairment, {"rate", "seed"});
+        if (!impairment.contains("rate")) {
+            throw Unfit{"needs a rate"};
+        }
+        with(impairment, "rate", [&](const toml::node& value) { options.rates[index] = share(value); });
+        with(impairment, "seed", [&](const toml::node& value) { options.seeds[index] = seed(value); });
     }
 
     void read_card(const toml::table& card, Scenario& scenario) const {

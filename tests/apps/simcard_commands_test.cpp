@@ -189,7 +189,14 @@ TEST_F(SimcardRunCommands, MemoryAndPowerAreTheCards) {
 TEST_F(SimcardRunCommands, ImpairmentsAreSetAndListed) {
     EXPECT_EQ(perform("impair lose 0.25"), (CommandReply{false, "lose strikes 0.25 of the frames"}));
     const std::string list = perform("impairments").text;
-    EXPECT_NE(list.find("\nlose              0.25           0\n"), std::string::npos) << list;
+    EXPECT_NE(list.find("\nlose              0.25           0  1\n"), std::string::npos) << list;
+    EXPECT_EQ(perform("impair swap 1 77"), (CommandReply{false, "swap strikes 1 of the frames, by seed 77"}));
+    const std::string again = perform("impairments").text;
+    EXPECT_NE(again.find("\nswap                 1           0  77\n"), std::string::npos) << again;
+    EXPECT_EQ(perform("impair swap 1 -1"),
+              (CommandReply{true, "\"-1\" is no seed, a whole number from 0 to 9223372036854775807"}));
+    EXPECT_TRUE(perform("impair swap 1 9223372036854775808").is_refused);
+    EXPECT_TRUE(perform("impair swap 1 2 3").is_refused);
     EXPECT_TRUE(perform("impair lose 2").is_refused);
     EXPECT_TRUE(perform("impair eat 0.1").is_refused);
     EXPECT_EQ(perform("quirky_cuts 0.5"),

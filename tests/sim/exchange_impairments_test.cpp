@@ -446,5 +446,51 @@ TEST(Impairments, AFrameThatIsLostInsteadOfDelayedDoesNotChangeWhichOthersAreDel
     EXPECT_GT(left.size(), 40U);
 }
 
+/** Which of the next thousand frames are missing. */
+std::vector<std::uint32_t> lost_of(const ImpairmentOptions& options) {
+    NumberedFrames source;
+    Impairments impairments(source, options);
+    std::vector<std::uint32_t> numbers;
+    for (int i = 0; i < 1000; ++i) {
+        numbers.push_back(test::read_frame(test::bytes_of(impairments.next())).seq);
+    }
+    return missing(numbers);
+}
+
+TEST(Impairments, ASeedOfItsOwnDecidesWhereOneStrikesAndNoOther) {
+    constexpr auto lose = static_cast<std::size_t>(Impairment::lose);
+    constexpr auto duplicate = static_cast<std::size_t>(Impairment::duplicate);
+    ImpairmentOptions options;
+    options.rates[lose] = 0.1;
+    const std::vector<std::uint32_t> of_one = lost_of(options);
+    options.seeds[duplicate] = 2;
+    EXPECT_EQ(lost_of(options), of_one);
+    options.seeds[lose] = 2;
+    const std::vector<std::uint32_t> of_two = lost_of(options);
+    EXPECT_NE(of_two, of_one);
+    options.seed = 3;
+    EXPECT_EQ(lost_of(options), of_two);
+    // As if all had it.
+    EXPECT_EQ(lost_of({.seed = 2, .rates = options.rates}), of_two);
+}
+
+TEST(Impairments, ASeedThatIsSetBeginsTheNumbersAnew) {
+    Stage stage("lose", 0.1, 5);
+    NumberedFrames source;
+    Impairments other(source);
+    other.set("lose", 0.9);
+    for (int i = 0; i < 100; ++i) {
+        static_cast<void>(other.next());
+    }
+    const auto begin = static_cast<std::uint32_t>(other.taken());
+    other.set("lose", 0.1, 5);
+    EXPECT_EQ(other.seed(Impairment::lose), 5U);
+    EXPECT_EQ(other.seed(Impairment::swap), 1U);
+    for (int i = 0; i < 1000; ++i) {
+        const std::uint32_t number = test::read_frame(test::bytes_of(other.next())).seq;
+        ASSERT_EQ(number - begin, stage.next().seq);
+    }
+}
+
 }  // namespace
 }  // namespace kova::sim

@@ -114,6 +114,7 @@ no_value = ["rb", "*TAS"]
 [impairments]
 seed = 7
 lose = 0.001
+swap = { rate = 0.5, seed = 9223372036854775807 }
 rst_ack = 1
 )");
     EXPECT_EQ(scenario.listing.seed, 42U);
@@ -158,7 +159,10 @@ rst_ack = 1
     EXPECT_EQ(scenario.impairments.seed, 7U);
     EXPECT_EQ(scenario.impairments.rates[0], 0.001);
     EXPECT_EQ(scenario.impairments.rates[11], 1);
-    EXPECT_EQ(scenario.impairments.rates[4], 0);
+    EXPECT_EQ(scenario.impairments.rates[4], 0.5);
+    EXPECT_EQ(scenario.impairments.rates[5], 0);
+    EXPECT_EQ(scenario.impairments.seeds[0], std::nullopt);
+    EXPECT_EQ(scenario.impairments.seeds[4], 9223372036854775807U);
 }
 
 TEST(Scenario, ImpairmentsFollowFromTheScenariosSeedUnlessTheyHaveTheirOwn) {
@@ -250,6 +254,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Refusal{"[snapshot.topics]\nine2 = 1", "test.toml:2: unknown key \"ine2\""},
                     Refusal{"[snapshot.bad_prices]\ninf = [\"cu\"]", "test.toml:2: unknown key \"inf\""},
                     Refusal{"[impairments]\nlose = 0\nloss = 0.1", "test.toml:3: unknown key \"loss\""},
+                    Refusal{"[impairments.lose]\nrate = 0\nsede = 1", "test.toml:3: unknown key \"sede\""},
                     Refusal{"[chanel.1]\ninstruments = [\"cu\"]\n", "test.toml:1: unknown key \"chanel\""}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -331,6 +336,10 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"[impairments]\n\nlose = 1.5", "test.toml:3: lose must be a number from 0 to 1"},
         Refusal{"[impairments]\nseed = -1",
                 "test.toml:2: seed must be a whole number from 0 to 9223372036854775807"},
+        Refusal{"[impairments]\n\nlose = { seed = 1 }", "test.toml:3: lose needs a rate"},
+        Refusal{"[impairments.lose]\nrate = -0.1", "test.toml:2: rate must be a number from 0 to 1"},
+        Refusal{"[impairments.lose]\nrate = 0.1\nseed = 1.5",
+                "test.toml:3: seed must be a whole number from 0 to 9223372036854775807"},
         Refusal{"[channel.16]\ninstruments = []", "test.toml:1: channel \"16\" is none of 0 to 15"},
         Refusal{"[channel.-1]\ninstruments = []", "test.toml:1: channel \"-1\" is none of 0 to 15"},
         Refusal{"\n[channel.03]\ninstruments = []", "test.toml:2: channel \"03\" is none of 0 to 15"}));
