@@ -47,16 +47,20 @@ double rate_of(std::string_view text) {
     return rate;
 }
 
+template <typename Number>
+Number whole_number(std::string_view text, Number least, Number most) {
+    Number value{};
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc() || rest != end || value < least || value > most) {
+        throw CommandRefused(fmt::format("\"{}\" is no whole number from {} to {}", text, least, most));
+    }
+    return value;
+}
+
 // As a scenario has them.
 std::uint64_t seed_of(std::string_view text) {
-    constexpr auto kMost = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-    std::uint64_t seed = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, seed);
-    if (error != std::errc() || rest != end || seed > kMost) {
-        throw CommandRefused(fmt::format("\"{}\" is no seed, a whole number from 0 to {}", text, kMost));
-    }
-    return seed;
+    return whole_number<std::uint64_t>(text, 0, std::numeric_limits<std::int64_t>::max());
 }
 
 std::string set_rate(Traffic& traffic, Commands::Words words) {
@@ -192,6 +196,20 @@ std::string set_quirky_cuts(SnapshotSender& sender, Commands::Words words) {
     return fmt::format("{:g} of the messages are cut in the next one's header", rate_of(words.front()));
 }
 
+std::string send_long_messages(SnapshotSender& sender, Commands::Words words) {
+    constexpr std::size_t kWithBytes = 3;
+    if (words.size() != 2 && words.size() != kWithBytes) {
+        throw CommandRefused("long_messages takes a feed, a number of cycles, and bytes if not the most");
+    }
+    const EMDQPDataType feed = feed_of(words[0]);
+    const auto count = whole_number<std::uint64_t>(words[1], 0, sim::kMostLongMessages);
+    const std::size_t bytes = words.size() == 2
+                                  ? sim::kMostLongMessage
+                                  : whole_number(words[2], sim::kLeastLongMessage, sim::kMostLongMessage);
+    sender.stream().send_long_messages(feed, count, bytes);
+    return fmt::format("the next {} cycles of {} have a message of {} bytes", count, name_of(feed), bytes);
+}
+
 constexpr std::string_view kRight = "right";
 
 sim::PriceFault fault_of(std::string_view text) {
@@ -258,6 +276,9 @@ void add_snapshot_commands(Commands& commands, SnapshotSender& sender) {
                  [&sender](Commands::Words) { return show_impairments(sender.impairments()); });
     commands.add("quirky_cuts", "RATE", "share of the messages that are cut in the next one's header",
                  [&sender](Commands::Words words) { return set_quirky_cuts(sender, words); });
+    commands.add("long_messages", "FEED N [BYTES]",
+                 "a message near or above 64 KiB in each of its next N cycles",
+                 [&sender](Commands::Words words) { return send_long_messages(sender, words); });
     commands.add("prices", "FAULT|right INSTRUMENT...", "what is wrong with their prices in the snapshots",
                  [&sender](Commands::Words words) { return set_prices(sender, words); });
 }

@@ -27,7 +27,7 @@ void add_register_command(Commands& commands, sim::Card& card);
 /** `power-cycle`: the card forgets everything. */
 void add_power_cycle_command(Commands& commands, sim::Card& card);
 
-/** `impair`, `impairments`, `quirky_cuts` and `prices`: what befalls the snapshots. */
+/** `impair`, `impairments`, `quirky_cuts`, `long_messages` and `prices`: what befalls the snapshots. */
 void add_snapshot_commands(Commands& commands, SnapshotSender& sender);
 
 }  // namespace kova::app

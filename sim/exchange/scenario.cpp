@@ -217,8 +217,9 @@ class Reader {
     }
 
     void read_snapshot(const toml::table& snapshot, Scenario& scenario) const {
-        only(snapshot, {"feeds", "ports", "topics", "order", "message_bytes", "middle_flag", "segments",
-                        "segment_bytes", "split_at", "quirky_cuts", "first_seq", "bad_prices", "rate"});
+        only(snapshot, {"feeds", "ports", "topics", "order", "message_bytes", "long_messages",
+                        "long_message_bytes", "middle_flag", "segments", "segment_bytes", "split_at",
+                        "quirky_cuts", "first_seq", "bad_prices", "rate"});
         with(snapshot, "rate", [&](const toml::node& node) { scenario.snapshot_rate = rate(node); });
         SnapshotOptions& options = scenario.snapshot;
         with(snapshot, "feeds", [&](const toml::node& node) { options.feeds = feeds(node); });
@@ -229,6 +230,11 @@ class Reader {
         });
         with(snapshot, "message_bytes", [&](const toml::node& node) {
             options.message_bytes = integer(node, kLeastMessageBytes, kMostMessageBytes);
+        });
+        with(snapshot, "long_messages",
+             [&](const toml::node& node) { read_long_messages(table(node), options); });
+        with(snapshot, "long_message_bytes", [&](const toml::node& node) {
+            options.long_message_bytes = integer(node, kLeastLongMessage, kMostLongMessage);
         });
         with(snapshot, "middle_flag", [&](const toml::node& node) { options.middle_flag = middle_flag(node); });
         with(snapshot, "first_seq", [&](const toml::node& node) {
@@ -272,7 +278,7 @@ class Reader {
     }
 
     void read_ports(const toml::table& ports, SnapshotOptions& options) const {
-        only_feeds(ports);
+        only_feeds(ports, options);
         for (SnapshotFeed& feed : options.feeds) {
             with(ports, kFeedNames[static_cast<std::size_t>(feed.feed)], [&](const toml::node& node) {
                 feed.client.port =
@@ -282,7 +288,7 @@ class Reader {
     }
 
     void read_topics(const toml::table& topics, SnapshotOptions& options) const {
-        only_feeds(topics);
+        only_feeds(topics, options);
         for (SnapshotFeed& feed : options.feeds) {
             with(topics, kFeedNames[static_cast<std::size_t>(feed.feed)], [&](const toml::node& node) {
                 feed.topic_id =
@@ -291,8 +297,26 @@ class Reader {
         }
     }
 
-    void only_feeds(const toml::table& found) const {
+    void read_long_messages(const toml::table& counts, SnapshotOptions& options) const {
+        only_feeds(counts, options);
+        for (SnapshotFeed& feed : options.feeds) {
+            with(counts, kFeedNames[static_cast<std::size_t>(feed.feed)],
+                 [&](const toml::node& node) { feed.long_messages = integer(node, 0, kMostLongMessages); });
+        }
+    }
+
+    /** A table of feeds that are sent. */
+    void only_feeds(const toml::table& found, const SnapshotOptions& options) const {
         only(found, {kFeedNames[SHFE_2PS], kFeedNames[SHFE_4PS], kFeedNames[INE_2PS], kFeedNames[INE_4PS]});
+        for (const auto& [key, node] : found) {
+            const auto is_it = [name = key.str()](const SnapshotFeed& feed) {
+                return kFeedNames[static_cast<std::size_t>(feed.feed)] == name;
+            };
+            if (std::ranges::none_of(options.feeds, is_it)) {
+                throw ScenarioError(name_, key.source().begin.line,
+                                    std::string(key.str()) + " is none of the feeds whose snapshots are sent");
+            }
+        }
     }
 
     static std::uint8_t middle_flag(const toml::node& node) {

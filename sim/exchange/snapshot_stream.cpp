@@ -23,7 +23,14 @@ std::vector<PriceFault> faults_by_index(const Listing& listing, const std::vecto
     return faults;
 }
 
+void check_long_message(std::size_t bytes) {
+    if (bytes < kLeastLongMessage || bytes > kMostLongMessage) {
+        throw std::invalid_argument("long messages must have from 60001 to 65535 bytes");
+    }
+}
+
 void check(const SnapshotOptions& options) {
+    check_long_message(options.long_message_bytes);
     if (options.message_bytes < kLeastMessageBytes || options.message_bytes > kMostMessageBytes) {
         throw std::invalid_argument("messages must have from 524 to 60000 bytes");
     }
@@ -68,6 +75,8 @@ class SnapshotStream::Connection {
         : market_(market),
           feed_(feed),
           message_bytes_(options.message_bytes),
+          long_messages_(feed.long_messages),
+          long_message_bytes_(options.long_message_bytes),
           middle_flag_(options.middle_flag),
           faults_(faults),
           random_(options.seed ^ static_cast<std::uint64_t>(feed.topic_id) << 32U),
@@ -80,6 +89,10 @@ class SnapshotStream::Connection {
     [[nodiscard]] std::uint64_t cycles() const { return cycles_; }
     void set_packet_no(std::int32_t packet_no) { packet_no_ = packet_no; }
     void set_quirky_cuts(double rate) { cutter_.set_quirky_cuts(rate); }
+    void send_long_messages(std::uint64_t count, std::size_t bytes) {
+        long_messages_ = count;
+        long_message_bytes_ = bytes;
+    }
 
     /** Writes the next frame. */
     std::size_t next(std::span<std::byte> frame) {
@@ -106,14 +119,19 @@ class SnapshotStream::Connection {
     static constexpr std::uint32_t kLowerHalf = 0x80000000;
 
     /** What the next message is. */
-    enum class Stage : std::uint8_t { opening, instruments, closing };
+    enum class Stage : std::uint8_t { opening, long_message, instruments };
 
     void write_message() {
         if (stage_ == Stage::opening) {
             return write_first();
         }
         const std::span<const Instrument> instruments = market_.listing().of(feed_.feed);
-        if (stage_ == Stage::instruments && next_inst_no_ < instruments.size()) {
+        if (stage_ == Stage::long_message) {
+            write_long_message(instruments);
+            stage_ = Stage::instruments;
+            return cutter_.end_message();
+        }
+        if (stage_ == Stage::instruments && next_ < instruments.size()) {
             write_instruments(instruments);
             return cutter_.end_message();
         }
@@ -126,22 +144,41 @@ class SnapshotStream::Connection {
         cycle_packet_no_ = packet_no_;
         write_opening(cutter_.buffer(), feed_.topic_id, ++snap_no_);
         cutter_.end_message();
-        next_inst_no_ = 0;
-        stage_ = Stage::instruments;
+        next_ = 0;
+        stage_ = long_messages_ != 0 ? Stage::long_message : Stage::instruments;
+        long_messages_ -= long_messages_ != 0 ? 1 : 0;
+    }
+
+    /** As many instruments as its length holds, and a field that fills the rest. */
+    void write_long_message(std::span<const Instrument> instruments) {
+        // Readers do not see a field that begins in the last eight bytes.
+        constexpr std::size_t least_filler = sizeof(field_t) + 8;
+        const std::size_t whole = sizeof(mdqp_t) + long_message_bytes_;
+        MdqpWriter message(cutter_.buffer());
+        message.begin(middle_flag_);
+        for (; next_ < instruments.size(); ++next_) {
+            const InstrumentFields fields = spoiled_fields(instruments[next_]);
+            if (message.bytes() + fields.bytes() + least_filler > whole) {
+                break;
+            }
+            message.instrument(fields);
+        }
+        message.filler(MDQP_FIELD_1002, whole - message.bytes() - sizeof(field_t));
+        message.end();
     }
 
     /** As many instruments as a message holds, at least one. */
     void write_instruments(std::span<const Instrument> instruments) {
         MdqpWriter message(cutter_.buffer());
         message.begin(middle_flag_);
-        InstrumentFields fields = spoiled_fields(instruments[next_inst_no_]);
+        InstrumentFields fields = spoiled_fields(instruments[next_]);
         do {
             message.instrument(fields);
-            ++next_inst_no_;
-            if (next_inst_no_ == instruments.size()) {
+            ++next_;
+            if (next_ == instruments.size()) {
                 break;
             }
-            fields = spoiled_fields(instruments[next_inst_no_]);
+            fields = spoiled_fields(instruments[next_]);
         } while (message.bytes() + fields.bytes() <= message_bytes_);
         message.end();
     }
@@ -155,12 +192,14 @@ class SnapshotStream::Connection {
     const Market& market_;
     SnapshotFeed feed_;
     std::size_t message_bytes_;
+    std::uint64_t long_messages_;  // still to come, one a cycle
+    std::size_t long_message_bytes_;
     std::uint8_t middle_flag_;
     const std::vector<PriceFault>& faults_;  // as in Listing::instruments()
     Random random_;
     SegmentCutter cutter_;
     Stage stage_ = Stage::opening;
-    std::size_t next_inst_no_ = 0;
+    std::size_t next_ = 0;  // of the feed's instruments
     std::int32_t snap_no_ = 0;
     std::int32_t packet_no_ = 0;
     std::int32_t cycle_packet_no_ = 0;  // of the cycle at hand
@@ -213,6 +252,15 @@ void SnapshotStream::set_quirky_cuts(double rate) {
     }
 }
 
+void SnapshotStream::send_long_messages(EMDQPDataType feed, std::uint64_t count, std::size_t bytes) {
+    check_long_message(bytes);
+    Connection* connection = find(feed);
+    if (connection == nullptr) {
+        throw std::invalid_argument("no snapshots of this feed are sent");
+    }
+    connection->send_long_messages(count, bytes);
+}
+
 void SnapshotStream::set_price_fault(std::string_view inst_id, PriceFault fault) {
     const Instrument* instrument = market_.listing().find(inst_id);
     if (instrument == nullptr) {
@@ -226,7 +274,7 @@ std::uint64_t SnapshotStream::cycles(EMDQPDataType feed) const {
     return connection == nullptr ? 0 : connection->cycles();
 }
 
-const SnapshotStream::Connection* SnapshotStream::find(EMDQPDataType feed) const {
+SnapshotStream::Connection* SnapshotStream::find(EMDQPDataType feed) const {
     const auto is_it = [feed](const auto& connection) { return connection->feed() == feed; };
     const auto found = std::ranges::find_if(connections_, is_it);
     return found == connections_.end() ? nullptr : found->get();

@@ -16,6 +16,7 @@
 
 #include "sim/exchange/frame_source.h"
 #include "sim/exchange/market.h"
+#include "sim/exchange/mdqp_writer.h"
 #include "sim/exchange/price_fault.h"
 #include "sim/exchange/segment_cutter.h"
 #include "sim/exchange/tcp_frame.h"
@@ -33,7 +34,8 @@ struct SnapshotFeed {
     EMDQPDataType feed = SHFE_2PS;
     std::int16_t topic_id = 0;
     TcpEnd server{};
-    TcpEnd client{};  // the card; its port is what readers tell connections apart by
+    TcpEnd client{};                  // the card; its port is what readers tell connections apart by
+    std::uint64_t long_messages = 0;  // so many of the first cycles have a message of `long_message_bytes`
 
     /**
      * A feed as it is unless somebody says otherwise: each has a server of its own, the 2PS feeds share the
@@ -60,6 +62,12 @@ struct BadPrice {
 inline constexpr std::size_t kLeastMessageBytes = 524;
 inline constexpr std::size_t kMostMessageBytes = 60000;
 
+/** Least and most of `long_message_bytes`, a message's length field: more than `message_bytes` ever gives. */
+inline constexpr std::size_t kLeastLongMessage = kMostMessageBytes + 1;
+inline constexpr std::size_t kMostLongMessage = kMostMdqpBody;
+/** Most cycles that are asked for one at once. */
+inline constexpr std::uint64_t kMostLongMessages = 1'000'000;
+
 struct SnapshotOptions {
     std::uint64_t seed = 1;
     /** In the order in which they are sent; each feed at most once. */
@@ -67,6 +75,8 @@ struct SnapshotOptions {
     SnapshotOrder order = SnapshotOrder::sequential;
     /** Most bytes of a message, from kLeastMessageBytes to kMostMessageBytes; as many instruments as fit. */
     std::size_t message_bytes = 4096;
+    /** Of the long messages: see SnapshotStream::send_long_messages(). */
+    std::size_t long_message_bytes = kMostLongMessage;
     SegmentOptions segments{};
     /**
      * Sequence number of each feed's first byte. Nothing: one at random from the lower half, so that it takes
@@ -109,6 +119,13 @@ class SnapshotStream final : public FrameSource {
     void set_packet_no(EMDQPDataType feed, std::int32_t packet_no);
     /** Changes SegmentOptions::quirky_cuts from the next message on. Throws std::invalid_argument. */
     void set_quirky_cuts(double rate);
+    /**
+     * In the next `count` cycles of a feed, the first message behind the opening one has a length field of
+     * `bytes`, from kLeastLongMessage to kMostLongMessage: instruments as far as they go, and a field that says
+     * nothing. From kMostMdqpBody - 7 on the message with its header is 64 KiB and more, which readers give up.
+     * Throws std::invalid_argument for a feed that is not sent and a length out of its range.
+     */
+    void send_long_messages(EMDQPDataType feed, std::uint64_t count, std::size_t bytes);
     /** How an instrument's prices are sent from the next message on. Throws std::invalid_argument. */
     void set_price_fault(std::string_view inst_id, PriceFault fault);
 
@@ -121,7 +138,7 @@ class SnapshotStream final : public FrameSource {
  private:
     class Connection;
 
-    [[nodiscard]] const Connection* find(EMDQPDataType feed) const;
+    [[nodiscard]] Connection* find(EMDQPDataType feed) const;
 
     const Market& market_;
     std::vector<PriceFault> faults_;  // as in Listing::instruments(); the connections look into it

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "kova_simcard/run_commands.h"
 #include "sim/card/attached_card.h"
@@ -194,7 +195,7 @@ TEST_F(SimcardRunCommands, ImpairmentsAreSetAndListed) {
     const std::string again = perform("impairments").text;
     EXPECT_NE(again.find("\nswap                 1           0  77\n"), std::string::npos) << again;
     EXPECT_EQ(perform("impair swap 1 -1"),
-              (CommandReply{true, "\"-1\" is no seed, a whole number from 0 to 9223372036854775807"}));
+              (CommandReply{true, "\"-1\" is no whole number from 0 to 9223372036854775807"}));
     EXPECT_TRUE(perform("impair swap 1 9223372036854775808").is_refused);
     EXPECT_TRUE(perform("impair swap 1 2 3").is_refused);
     EXPECT_TRUE(perform("impair lose 2").is_refused);
@@ -202,6 +203,43 @@ TEST_F(SimcardRunCommands, ImpairmentsAreSetAndListed) {
     EXPECT_EQ(perform("quirky_cuts 0.5"),
               (CommandReply{false, "0.5 of the messages are cut in the next one's header"}));
     EXPECT_TRUE(perform("quirky_cuts x").is_refused);
+}
+
+TEST_F(SimcardRunCommands, LongMessagesComeInTheCyclesThatFollow) {
+    // Lengths of the messages of the next cycle of the first feed, behind its opening one.
+    const auto lengths = [this] {
+        std::vector<std::uint32_t> found;
+        while (sender_.stream().next_feed() != SHFE_2PS || !sender_.stream().at_cycle_start()) {
+            static_cast<void>(sender_.stream().next());
+        }
+        test::Bytes payloads;
+        do {
+            const test::ReadFrame frame = test::read_frame(test::bytes_of(sender_.stream().next()));
+            payloads.insert(payloads.end(), frame.payload.begin(), frame.payload.end());
+        } while (!sender_.stream().at_cycle_start());
+        for (std::size_t at = 58; at + 8 <= payloads.size();) {
+            found.push_back(payloads[at + 2] + 256U * payloads[at + 3]);
+            at += 8 + found.back();
+        }
+        return found;
+    };
+    const std::vector<std::uint32_t> usual = lengths();
+    ASSERT_EQ(usual.size(), 2U);
+    EXPECT_EQ(perform("long_messages shfe2ps 2 60001"),
+              (CommandReply{false, "the next 2 cycles of shfe2ps have a message of 60001 bytes"}));
+    EXPECT_EQ(lengths(), (std::vector<std::uint32_t>{60001, 24}));
+    EXPECT_EQ(lengths(), (std::vector<std::uint32_t>{60001, 24}));
+    EXPECT_EQ(lengths(), usual);
+    EXPECT_EQ(perform("long_messages 0 1"),
+              (CommandReply{false, "the next 1 cycles of shfe2ps have a message of 65535 bytes"}));
+    EXPECT_EQ(lengths(), (std::vector<std::uint32_t>{65535, 24}));
+    EXPECT_EQ(perform("long_messages shfe2ps 1 60000"),
+              (CommandReply{true, "\"60000\" is no whole number from 60001 to 65535"}));
+    EXPECT_EQ(perform("long_messages shfe2ps 1000001"),
+              (CommandReply{true, "\"1000001\" is no whole number from 0 to 1000000"}));
+    EXPECT_EQ(perform("long_messages shfe4ps 1"), (CommandReply{true, "no snapshots of this feed are sent"}));
+    EXPECT_TRUE(perform("long_messages shfe2ps").is_refused);
+    EXPECT_EQ(lengths(), usual);
 }
 
 TEST_F(SimcardRunCommands, PricesOfInstrumentsGoBadAndGetRightAgain) {

@@ -53,6 +53,7 @@ TEST(Scenario, EmptyFileHasTheDefaults) {
     EXPECT_THAT(scenario.snapshot.feeds, ElementsAre(SnapshotFeed::of(SHFE_2PS), SnapshotFeed::of(INE_2PS)));
     EXPECT_EQ(scenario.snapshot.order, SnapshotOrder::sequential);
     EXPECT_EQ(scenario.snapshot.message_bytes, 4096U);
+    EXPECT_EQ(scenario.snapshot.long_message_bytes, 65535U);
     EXPECT_EQ(scenario.snapshot.middle_flag, 0x11);
     EXPECT_EQ(scenario.snapshot.segments.rule, SegmentRule::bulk);
     EXPECT_EQ(scenario.snapshot.segments.bytes, 1460U);
@@ -106,6 +107,8 @@ quirky_cuts = 0.25
 first_seq = 4294967295
 ports = { shfe2ps = 33023, ine4ps = 65535 }
 topics = { shfe2ps = 1001, ine4ps = 32767 }
+long_messages = { ine4ps = 1000000 }
+long_message_bytes = 60001
 
 [snapshot.bad_prices]
 crossed = ["cu2505"]
@@ -145,6 +148,9 @@ rst_ack = 1
     EXPECT_EQ(snapshot.feeds[1].feed, SHFE_2PS);
     EXPECT_EQ(snapshot.feeds[1].client.port, 33023);
     EXPECT_EQ(snapshot.feeds[1].topic_id, 1001);
+    EXPECT_EQ(snapshot.feeds[0].long_messages, 1000000U);
+    EXPECT_EQ(snapshot.feeds[1].long_messages, 0U);
+    EXPECT_EQ(snapshot.long_message_bytes, 60001U);
     EXPECT_EQ(snapshot.order, SnapshotOrder::interleaved);
     EXPECT_EQ(snapshot.message_bytes, 60000U);
     EXPECT_EQ(snapshot.middle_flag, 0);
@@ -169,11 +175,6 @@ TEST(Scenario, ImpairmentsFollowFromTheScenariosSeedUnlessTheyHaveTheirOwn) {
     EXPECT_EQ(parse("seed = 5\n[impairments]\nlose = 0.5").impairments.seed, 5U);
     EXPECT_EQ(parse("seed = 5").impairments.seed, 5U);
     EXPECT_EQ(parse("seed = 5\nimpairments.seed = 0").impairments.seed, 0U);
-}
-
-TEST(Scenario, PortsOfFeedsThatAreNotSentDoNotMatter) {
-    const Scenario scenario = parse("snapshot.feeds = [\"shfe2ps\"]\nsnapshot.ports.ine2ps = 5");
-    EXPECT_THAT(scenario.snapshot.feeds, ElementsAre(SnapshotFeed::of(SHFE_2PS)));
 }
 
 TEST(Scenario, RateMaxIsUnlimited) {
@@ -333,6 +334,18 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"snapshot.ports.shfe2ps = 0", "test.toml:1: shfe2ps must be a whole number from 1 to 65535"},
         Refusal{"snapshot.topics.shfe2ps = 32768",
                 "test.toml:1: shfe2ps must be a whole number from 0 to 32767"},
+        Refusal{"snapshot.long_messages.ine2ps = 1000001",
+                "test.toml:1: ine2ps must be a whole number from 0 to 1000000"},
+        Refusal{"snapshot.long_message_bytes = 60000",
+                "test.toml:1: long_message_bytes must be a whole number from 60001 to 65535"},
+        Refusal{"snapshot.long_message_bytes = 65536",
+                "test.toml:1: long_message_bytes must be a whole number from 60001 to 65535"},
+        Refusal{"[snapshot]\nfeeds = [\"shfe2ps\"]\nports.ine2ps = 5",
+                "test.toml:3: ine2ps is none of the feeds whose snapshots are sent"},
+        Refusal{"snapshot.topics.shfe4ps = 5",
+                "test.toml:1: shfe4ps is none of the feeds whose snapshots are sent"},
+        Refusal{"snapshot.long_messages.ine4ps = 1",
+                "test.toml:1: ine4ps is none of the feeds whose snapshots are sent"},
         Refusal{"[impairments]\n\nlose = 1.5", "test.toml:3: lose must be a number from 0 to 1"},
         Refusal{"[impairments]\nseed = -1",
                 "test.toml:2: seed must be a whole number from 0 to 9223372036854775807"},
