@@ -29,8 +29,8 @@ void prepare(sim::Card& card, const sim::Market& market, const sim::Selection& s
     const sim::CardLockScope scope(card.memory().lock);
     sim::close_tables(card.memory());
     sim::RegisterFile& registers = card.memory().registers;
-    sim::preset_register(registers, REG_SHFE_INST_COUNT, market.listing().count(SHFE_2PS));
-    sim::preset_register(registers, REG_INE_INST_COUNT, market.listing().count(INE_2PS));
+    sim::preset_register(registers, REG_SHFE_INST_COUNT, market.listing().rows(SHFE_2PS));
+    sim::preset_register(registers, REG_INE_INST_COUNT, market.listing().rows(INE_2PS));
     sim::preset_register(registers, REG_HBM2_STATUS, HBM2_STATUS_READY);
     sim::preset_register(registers, REG_CORE_START, 1);
     sim::preset_register(registers, REG_CORE_START + REG_CORE_STRIDE, 1);

@@ -246,6 +246,47 @@ std::vector<Candidate> cut(std::vector<Candidate> candidates, std::uint32_t most
     return candidates;
 }
 
+constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+std::size_t exchange_of(EMDQPDataType feed) {
+    return static_cast<std::size_t>(feed == SHFE_2PS || feed == SHFE_4PS ? Exchange::shfe : Exchange::ine);
+}
+
+/** What the futures at the edges belong to: letters that no product's code consists of. */
+const Product& edge_product(Exchange exchange) {
+    static const std::array<Product, 2> all = [] {
+        std::array<Product, 2> made;
+        made[0].code = "x";
+        made[1].code = "y";
+        made[1].exchange = Exchange::ine;
+        return made;
+    }();
+    return all[static_cast<std::size_t>(exchange)];
+}
+
+/** Futures like `model` with identifiers of each length: "x", "x2", "x23" up to "x23456789012345". */
+std::vector<Instrument> edges_like(const Instrument& model) {
+    const Product& product = edge_product(model.product->exchange);
+    std::string id = product.code;
+    std::vector<Instrument> edges;
+    for (std::size_t size = 1; size <= kMostIdentifier; ++size) {
+        Instrument edge = model;
+        edge.product = &product;
+        edge.id_chars = {};
+        std::memcpy(edge.id_chars.data(), id.data(), id.size());
+        edges.push_back(edge);
+        id += static_cast<char>('0' + (size + 1) % 10);
+    }
+    return edges;
+}
+
+/** The edges of an exchange, by length; none unless they are wanted and the exchange lists anything at all. */
+std::vector<Instrument> edges_of(const ListingOptions& options, const std::vector<Candidate>& candidates) {
+    // A product's nearest future comes first.
+    return options.edges && !candidates.empty() ? edges_like(candidates.front().instrument)
+                                                : std::vector<Instrument>();
+}
+
 }  // namespace
 
 Listing Listing::make(const ListingOptions& options) {
@@ -262,14 +303,19 @@ Listing Listing::make(const ListingOptions& options) {
     const std::array rows = {SHFE_TABLE_ROWS, INE_TABLE_ROWS};
     for (const Exchange exchange : {Exchange::shfe, Exchange::ine}) {
         const auto place = static_cast<std::size_t>(exchange);
-        const std::vector<Candidate> chosen = cut(builder.take(exchange), std::min(most[place], rows[place]));
-        for (std::uint32_t inst_no = 0; inst_no < chosen.size(); ++inst_no) {
-            Instrument instrument = chosen[inst_no].instrument;
-            instrument.ref.inst_no = inst_no;
-            listing.by_id_.emplace(instrument.id(), listing.instruments_.size());
-            // The future stands before its options and TAS instrument, whose identifiers it begins.
-            instrument.underlying = listing.by_id_.at(chosen[inst_no].future);
-            listing.instruments_.push_back(instrument);
+        std::vector<Candidate> candidates = builder.take(exchange);
+        const std::vector<Instrument> edges = edges_of(options, candidates);
+        const auto edge_count = static_cast<std::uint32_t>(edges.size());
+        std::uint32_t inst_no = 0;
+        if (!edges.empty()) {
+            listing.add(edges.front(), inst_no++, edges.front().id());
+        }
+        for (const Candidate& chosen :
+             cut(std::move(candidates), std::min(most[place], rows[place] - edge_count))) {
+            listing.add(chosen.instrument, inst_no++, chosen.future);
+        }
+        for (std::uint32_t i = 1; i < edge_count; ++i) {
+            listing.add(edges[i], rows[place] - edge_count + i, edges[i].id());
         }
         if (exchange == Exchange::shfe) {
             listing.shfe_count_ = listing.instruments_.size();
@@ -278,9 +324,21 @@ Listing Listing::make(const ListingOptions& options) {
     return listing;
 }
 
+/** Adds an instrument behind all others; its future stands before its options and TAS instrument. */
+void Listing::add(Instrument instrument, std::uint32_t inst_no, std::string_view future) {
+    const auto index = static_cast<std::uint32_t>(instruments_.size());
+    instrument.ref.inst_no = inst_no;
+    by_id_.emplace(instrument.id(), index);
+    instrument.underlying = by_id_.at(std::string(future));
+    std::vector<std::uint32_t>& numbers = by_number_[exchange_of(instrument.ref.feed)];
+    numbers.resize(inst_no + std::size_t{1}, kNone);
+    numbers[inst_no] = index;
+    instruments_.push_back(instrument);
+}
+
 std::span<const Instrument> Listing::of(EMDQPDataType feed) const {
     const std::span<const Instrument> all = instruments();
-    const bool is_shfe = feed == SHFE_2PS || feed == SHFE_4PS;
+    const bool is_shfe = exchange_of(feed) == exchange_of(SHFE_2PS);
     return is_shfe ? all.first(shfe_count_) : all.subspan(shfe_count_);
 }
 
@@ -293,9 +351,17 @@ const Instrument* Listing::find(std::string_view id) const {
     return found == by_id_.end() ? nullptr : &instruments_[found->second];
 }
 
+std::uint32_t Listing::rows(EMDQPDataType feed) const {
+    return static_cast<std::uint32_t>(by_number_[exchange_of(feed)].size());
+}
+
+bool Listing::has(InstrumentRef ref) const {
+    const std::vector<std::uint32_t>& numbers = by_number_[exchange_of(ref.feed)];
+    return ref.inst_no < numbers.size() && numbers[ref.inst_no] != kNone;
+}
+
 std::size_t Listing::index(InstrumentRef ref) const {
-    const bool is_shfe = ref.feed == SHFE_2PS || ref.feed == SHFE_4PS;
-    return ref.inst_no + (is_shfe ? 0 : shfe_count_);
+    return by_number_[exchange_of(ref.feed)][ref.inst_no];
 }
 
 }  // namespace kova::sim

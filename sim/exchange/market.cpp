@@ -142,8 +142,8 @@ SInstTableType Market::fill_row(const Instrument& instrument) const {
 }
 
 std::uint32_t Market::max_inst_no(EMDQPDataType feed) const {
-    const std::uint32_t count = listing_.count(feed);
-    return count == 0 ? 0 : count - 1;
+    const std::uint32_t rows = listing_.rows(feed);
+    return rows == 0 ? 0 : rows - 1;
 }
 
 }  // namespace kova::sim

@@ -20,7 +20,6 @@ using std::chrono::milliseconds;
 
 constexpr double kLongestSeconds = 7 * 24 * 3600;
 constexpr double kMillisecondsPerSecond = 1000;
-constexpr std::size_t kMostIdentifier = 15;
 
 /** Reads one scenario; every operation refuses what it does not like, with the line. */
 class Reader {
@@ -170,14 +169,15 @@ class Reader {
             throw Unfit{"must be \"full\" or a table with the counts shfe and ine"};
         }
         const toml::table& counts = *node.as_table();
-        only(counts, {"shfe", "ine"});
+        only(counts, {"shfe", "ine", "edges"});
+        with(counts, "edges", [&](const toml::node& is_wanted) { listing.edges = boolean(is_wanted); });
         with(counts, "shfe", [&](const toml::node& count) {
             listing.shfe = static_cast<std::uint32_t>(integer(count, 0, SHFE_TABLE_ROWS));
         });
         with(counts, "ine", [&](const toml::node& count) {
             listing.ine = static_cast<std::uint32_t>(integer(count, 0, INE_TABLE_ROWS));
         });
-        if (listing.shfe == 0U && listing.ine == 0U) {
+        if (listing.shfe == 0U && listing.ine == 0U && !listing.edges) {
             throw Unfit{"has no instrument"};
         }
     }

@@ -15,7 +15,7 @@ namespace {
 std::vector<PriceFault> faults_by_index(const Listing& listing, const std::vector<BadPrice>& bad_prices) {
     std::vector<PriceFault> faults(listing.instruments().size(), PriceFault::none);
     for (const BadPrice& bad : bad_prices) {
-        if (bad.ref.inst_no >= listing.count(bad.ref.feed)) {
+        if (!listing.has(bad.ref)) {
             throw std::invalid_argument("bad prices of an instrument that is not listed");
         }
         faults[listing.index(bad.ref)] = bad.fault;

@@ -402,5 +402,40 @@ TEST(SubscriptionWord, HasChannelsAndMarks) {
     EXPECT_EQ(subscription_word(tas, 0), 0U);
 }
 
+// ---------------------------------------------------------------- edges
+
+TEST(Listing, EdgesHaveIdentifiersOfEachLengthAndTheFirstAndLastNumbers) {
+    const Listing listing = Listing::make({.shfe = 4, .ine = 0, .edges = true});
+    ASSERT_EQ(listing.count(SHFE_2PS), 19U);
+    ASSERT_EQ(listing.count(INE_2PS), 15U);
+    EXPECT_EQ(listing.rows(SHFE_4PS), 16384U);
+    EXPECT_EQ(listing.rows(INE_2PS), 4096U);
+    EXPECT_EQ(listing.find("x")->ref, (InstrumentRef{SHFE_2PS, 0}));
+    EXPECT_EQ(listing.find("x2")->ref, (InstrumentRef{SHFE_2PS, 16370}));
+    EXPECT_EQ(listing.find("x23456789012345")->ref, (InstrumentRef{SHFE_2PS, 16383}));
+    EXPECT_EQ(listing.find("y")->ref, (InstrumentRef{INE_2PS, 0}));
+    EXPECT_EQ(listing.find("y2")->ref, (InstrumentRef{INE_2PS, 4082}));
+    EXPECT_EQ(listing.find("y23456789012345")->ref, (InstrumentRef{INE_2PS, 4095}));
+    std::set<std::size_t> lengths;
+    for (const Instrument& instrument : listing.of(INE_2PS)) {
+        lengths.insert(instrument.id().size());
+        EXPECT_EQ(listing.at(instrument.ref).id(), instrument.id());
+        EXPECT_EQ(listing.instruments()[instrument.underlying].id(), instrument.id());
+    }
+    EXPECT_EQ(lengths.size(), 15U);
+    EXPECT_EQ(*lengths.rbegin(), 15U);
+    EXPECT_TRUE(listing.has({SHFE_2PS, 4}));
+    EXPECT_FALSE(listing.has({SHFE_2PS, 5}));
+    EXPECT_FALSE(listing.has({SHFE_2PS, 16369}));
+    EXPECT_FALSE(listing.has({SHFE_2PS, 16384}));
+}
+
+TEST(Listing, EdgesComeOnlyWhenTheyAreWanted) {
+    const Listing listing = Listing::make({.shfe = 4, .ine = 2});
+    EXPECT_EQ(listing.rows(SHFE_2PS), 4U);
+    EXPECT_EQ(listing.rows(INE_4PS), 2U);
+    EXPECT_EQ(listing.find("x"), nullptr);
+}
+
 }  // namespace
 }  // namespace kova::sim

@@ -184,6 +184,9 @@ TEST(Scenario, RateMaxIsUnlimited) {
 TEST(Scenario, ListingFullIsTheDefault) {
     EXPECT_EQ(parse("listing = \"full\"").listing.shfe, std::nullopt);
     EXPECT_EQ(parse("listing = { shfe = 10 }").listing.ine, std::nullopt);
+    EXPECT_FALSE(parse("listing = { shfe = 10 }").listing.edges);
+    EXPECT_TRUE(parse("listing = { shfe = 0, ine = 0, edges = true }").listing.edges);
+    EXPECT_EQ(parse("listing.edges = true").listing.shfe, std::nullopt);
 }
 
 TEST(Scenario, AHotSetWithoutShareGetsHalf) {
