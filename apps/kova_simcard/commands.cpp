@@ -24,23 +24,35 @@ std::vector<std::string_view> words_of(std::string_view line) {
 }  // namespace
 
 Commands::Commands() {
-    commands_.push_back({.name = "help", .arguments = {}, .summary = "this list", .handler = {}});
+    commands_.push_back({.name = "help", .arguments = {}, .summary = "this list", .parser = {}});
 }
 
-void Commands::add(std::string name, std::string arguments, std::string summary, Handler handler) {
-    commands_.push_back({std::move(name), std::move(arguments), std::move(summary), std::move(handler)});
+void Commands::add(std::string name, std::string arguments, std::string summary, Parser parser) {
+    commands_.push_back({std::move(name), std::move(arguments), std::move(summary), std::move(parser)});
 }
 
 sim::CommandReply Commands::perform(std::string_view line) const {
     const std::vector<std::string_view> words = words_of(line);
     try {
-        const Command& command = find(words.empty() ? std::string_view() : words.front());
-        // Only help has none: a copy of these commands must not show those of the original.
-        const Words arguments = Words(words).subspan(1);
-        return {.is_refused = false, .text = command.handler ? command.handler(arguments) : help()};
+        return {.is_refused = false, .text = parse(words)()};
     } catch (const std::exception& reason) {
         return {.is_refused = true, .text = reason.what()};
     }
+}
+
+std::optional<std::string> Commands::fault_of(std::string_view line) const {
+    try {
+        static_cast<void>(parse(words_of(line)));
+        return std::nullopt;
+    } catch (const std::exception& reason) {
+        return reason.what();
+    }
+}
+
+Commands::Action Commands::parse(std::span<const std::string_view> words) const {
+    const Command& command = find(words.empty() ? std::string_view() : words.front());
+    // Only help has none: a copy of these commands must not show those of the original.
+    return command.parser ? command.parser(words.subspan(1)) : [this] { return help(); };
 }
 
 const Commands::Command& Commands::find(std::string_view name) const {

@@ -233,12 +233,76 @@ void add_card_commands(Commands& commands, sim::Card& card) {
     add_power_cycle_command(commands, card);
 }
 
+TrafficPlan traffic_plan_of(const sim::Scenario& scenario) {
+    return {.rate = scenario.rate,
+            .start_delay = scenario.start_delay,
+            .duration = scenario.duration,
+            .open_time = scenario.open_time,
+            .midnight = midnight_of(scenario.listing.date)};
+}
+
+// What is sent through a card, and what that and the card can be told.
+struct Exchange {
+    // Without a capture the snapshots are the exchange's own, unless they are to be replayed.
+    Exchange(const RunOptions& options, const sim::Scenario& scenario, const sim::Selection& selection,
+             sim::Market& market, sim::Card& card, std::unique_ptr<sim::CaptureFile> capture)
+        : traffic(card, market, traffic_plan_of(scenario)) {
+        add_rate_command(commands, traffic);
+        add_card_commands(commands, card);
+        if (capture != nullptr) {
+            frame_senders.push_back(replay_of(options, card, std::move(capture)));
+        } else if (!options.replay) {
+            auto sender =
+                std::make_unique<SnapshotSender>(card, market,
+                                                 SnapshotPlan{.rate = scenario.snapshot_rate,
+                                                              .snapshot = snapshot_options(scenario, selection),
+                                                              .impairments = scenario.impairments});
+            add_snapshot_commands(commands, *sender);
+            frame_senders.push_back(std::move(sender));
+        }
+    }
+
+    Traffic traffic;
+    FrameSenders frame_senders;
+    Commands commands;
+};
+
+// Refuses events that tell what could never be done, on a card that nobody sees: hours may pass until they are
+// due.
+void check_events(const RunOptions& options, const sim::Scenario& scenario, const sim::Selection& selection,
+                  sim::Market& market) {
+    constexpr std::uint32_t kFewSlots = 6;
+    sim::Card card = sim::Card::power_on_privately(options.card, {.slots_log2 = kFewSlots});
+    const Exchange exchange(options, scenario, selection, market, card, nullptr);
+    for (const sim::ScheduledEvent& event : scenario.events) {
+        if (const std::optional<std::string> fault = exchange.commands.fault_of(event.command)) {
+            throw sim::ScenarioError(scenario.name, event.line,
+                                     fmt::format("tell \"{}\": {}", event.command, *fault));
+        }
+    }
+}
+
+// Lets the exchange send through a card that is on, until it is to be powered off.
+void operate(const RunOptions& options, const sim::Scenario& scenario, sim::Market& market, Exchange& exchange,
+             std::optional<sim::Card>& card, Progress& progress) {
+    MonotonicClock clock;
+    Schedule schedule(scenario.events);
+    const Operation operation{*card,    exchange.traffic, market, exchange.frame_senders, exchange.commands,
+                              schedule, progress};
+    const std::string_view reason = keep_on(operation, clock);
+    tell_news(operation);
+    const ProgressSample last = sample_of(*card, exchange.traffic, clock.now());
+    card.reset();
+    progress.end(last, fmt::format("card {} is off {}", options.card, reason));
+}
+
 void power(const RunOptions& options, const sim::Scenario& scenario) {
     std::unique_ptr<sim::CaptureFile> capture = capture_of(options);
     const sim::Listing listing = sim::Listing::make(scenario.listing);
     const sim::Selection selection = sim::select(scenario, listing);
     warn_of_unmatched(options, selection);
     sim::Market market(listing, market_options_of(options, scenario, selection));
+    check_events(options, scenario, selection, market);
     Progress progress(stdout, progress_kind(stdout, options.quiet));
     std::optional<sim::Card> card = sim::Card::power_on(options.card, card_options_of(options, scenario));
     if (card->replaced_leftover()) {
@@ -248,36 +312,8 @@ void power(const RunOptions& options, const sim::Scenario& scenario) {
         prepare(*card, market, selection);
     }
     progress.tell(start_text(*card, options, scenario, listing));
-    MonotonicClock clock;
-    Traffic traffic(*card, market,
-                    {.rate = scenario.rate,
-                     .start_delay = scenario.start_delay,
-                     .duration = scenario.duration,
-                     .open_time = scenario.open_time,
-                     .midnight = midnight_of(scenario.listing.date)});
-    Commands commands;
-    add_rate_command(commands, traffic);
-    add_card_commands(commands, *card);
-    FrameSenders frame_senders;
-    // A capture stands for the exchange's own snapshots.
-    if (capture != nullptr) {
-        frame_senders.push_back(replay_of(options, *card, std::move(capture)));
-    } else {
-        auto sender =
-            std::make_unique<SnapshotSender>(*card, market,
-                                             SnapshotPlan{.rate = scenario.snapshot_rate,
-                                                          .snapshot = snapshot_options(scenario, selection),
-                                                          .impairments = scenario.impairments});
-        add_snapshot_commands(commands, *sender);
-        frame_senders.push_back(std::move(sender));
-    }
-    Schedule schedule(scenario.events);
-    const Operation operation{*card, traffic, market, frame_senders, commands, schedule, progress};
-    const std::string_view reason = keep_on(operation, clock);
-    tell_news(operation);
-    const ProgressSample last = sample_of(*card, traffic, clock.now());
-    card.reset();
-    progress.end(last, fmt::format("card {} is off {}", options.card, reason));
+    Exchange exchange(options, scenario, selection, market, *card, std::move(capture));
+    operate(options, scenario, market, exchange, card, progress);
 }
 
 }  // namespace

@@ -37,11 +37,11 @@ std::string_view name_of(EMDQPDataType feed) {
     return sim::kFeedNames[static_cast<std::size_t>(feed)];
 }
 
-double rate_of(std::string_view text) {
+double share_of(std::string_view text) {
     double rate = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, rate, std::chars_format::fixed);
-    if (error != std::errc() || rest != end) {
+    if (error != std::errc() || rest != end || !(rate >= 0 && rate <= 1)) {
         throw CommandRefused(fmt::format("\"{}\" is no number from 0 to 1", text));
     }
     return rate;
@@ -63,16 +63,18 @@ std::uint64_t seed_of(std::string_view text) {
     return whole_number<std::uint64_t>(text, 0, std::numeric_limits<std::int64_t>::max());
 }
 
-std::string set_rate(Traffic& traffic, Commands::Words words) {
+Commands::Action set_rate(Traffic& traffic, Commands::Words words) {
     const std::optional<sim::Rate> rate = words.size() == 1 ? parse_rate(words.front()) : std::nullopt;
     if (!rate) {
         throw CommandRefused(fmt::format("rate takes a whole number from 1 to {}, or max", sim::kMaxRate));
     }
-    if (traffic.state() == sim::TrafficState::kEnded) {
-        throw CommandRefused("the traffic has ended");
-    }
-    traffic.set_rate(*rate);
-    return rate_text(*rate);
+    return [&traffic, rate = *rate] {
+        if (traffic.state() == sim::TrafficState::kEnded) {
+            throw CommandRefused("the traffic has ended");
+        }
+        traffic.set_rate(rate);
+        return rate_text(rate);
+    };
 }
 
 // Something that a card raises by itself, or six words.
@@ -95,8 +97,7 @@ sim::EventWords event_of(Commands::Words words) {
     return event;
 }
 
-std::string send_event(sim::Card& card, Commands::Words words) {
-    const sim::EventWords event = event_of(words);
+std::string send_event(sim::Card& card, const sim::EventWords& event) {
     switch (card.push_event(sim::kEventChannel, event)) {
         case sim::PushResult::kSent:
             break;
@@ -108,24 +109,28 @@ std::string send_event(sim::Card& card, Commands::Words words) {
     return fmt::format("event {:#x} sent to channel 0", fmt::join(event, " "));
 }
 
-std::string set_feed(sim::Card& card, Commands::Words words) {
+Commands::Action set_feed(sim::Card& card, Commands::Words words) {
     const bool is_stop = words.size() == 2 && words[0] == "stop";
     if (!is_stop && !(words.size() == 2 && words[0] == "start")) {
         throw CommandRefused("feed takes stop or start, and a feed");
     }
     const EMDQPDataType feed = feed_of(words[1]);
-    card.set_line_cut(feed, is_stop);
-    return fmt::format("{} {}", name_of(feed), is_stop ? "is silent" : "goes on");
+    return [&card, feed, is_stop] {
+        card.set_line_cut(feed, is_stop);
+        return fmt::format("{} {}", name_of(feed), is_stop ? "is silent" : "goes on");
+    };
 }
 
-std::string set_memory(sim::Card& card, Commands::Words words) {
+Commands::Action set_memory(sim::Card& card, Commands::Words words) {
     const std::optional<sim::MemoryDelay> delay =
         words.size() == 1 ? parse_memory_delay(words.front()) : std::nullopt;
     if (!delay) {
         throw CommandRefused("memory takes seconds from 0 to 3600, or never");
     }
-    card.set_memory_delay(*delay);
-    return memory_delay_text(*delay);
+    return [&card, delay = *delay] {
+        card.set_memory_delay(delay);
+        return memory_delay_text(delay);
+    };
 }
 
 std::uint32_t register_of(std::string_view text) {
@@ -140,42 +145,47 @@ std::uint32_t register_of(std::string_view text) {
     return *number;
 }
 
-std::string use_register(sim::Card& card, Commands::Words words) {
+Commands::Action use_register(sim::Card& card, Commands::Words words) {
     if (words.empty() || words.size() > 2) {
         throw CommandRefused("register takes a register, and a value if it is to be set");
     }
     const std::uint32_t number = register_of(words[0]);
-    if (words.size() == 2) {
-        const std::uint32_t value = word_of(words[1]);
-        const sim::CardLockScope scope(card.memory().lock);
-        sim::preset_register(card.memory().registers, number, value);
-    }
-    const std::uint64_t value = sim::read_register(card.memory(), number);
-    return fmt::format("register {:#x} holds {:#x} ({})", number, value, value);
+    const auto wanted = words.size() == 2 ? std::optional(word_of(words[1])) : std::nullopt;
+    return [&card, number, wanted] {
+        if (wanted) {
+            const sim::CardLockScope scope(card.memory().lock);
+            sim::preset_register(card.memory().registers, number, *wanted);
+        }
+        const std::uint64_t value = sim::read_register(card.memory(), number);
+        return fmt::format("register {:#x} holds {:#x} ({})", number, value, value);
+    };
 }
 
-std::string power_cycle(sim::Card& card, Commands::Words words) {
+Commands::Action power_cycle(sim::Card& card, Commands::Words words) {
     if (!words.empty()) {
         throw CommandRefused("power-cycle takes nothing");
     }
-    card.power_cycle();
-    return "the card has forgotten everything";
+    return [&card] {
+        card.power_cycle();
+        return std::string("the card has forgotten everything");
+    };
 }
 
-std::string impair(SnapshotSender& sender, Commands::Words words) {
+Commands::Action impair(SnapshotSender& sender, Commands::Words words) {
     constexpr std::size_t kWithSeed = 3;
     if (words.size() != 2 && words.size() != kWithSeed) {
         throw CommandRefused(
             "impair takes the name of an impairment, its rate, and a seed if it is to have one");
     }
-    const double rate = rate_of(words[1]);
-    if (words.size() == 2) {
-        sender.impairments().set(words[0], rate);
-        return fmt::format("{} strikes {:g} of the frames", words[0], rate);
-    }
-    const std::uint64_t seed = seed_of(words[2]);
-    sender.impairments().set(words[0], rate, seed);
-    return fmt::format("{} strikes {:g} of the frames, by seed {}", words[0], rate, seed);
+    const sim::Impairment impairment = sim::Impairments::find(words[0]);
+    const double rate = share_of(words[1]);
+    const auto seed = words.size() == kWithSeed ? std::optional(seed_of(words[2])) : std::nullopt;
+    return [&sender, impairment, rate, seed] {
+        sender.impairments().set(impairment, rate, seed);
+        return fmt::format("{} strikes {:g} of the frames{}",
+                           sim::kImpairmentNames[static_cast<std::size_t>(impairment)], rate,
+                           seed ? fmt::format(", by seed {}", *seed) : "");
+    };
 }
 
 std::string show_impairments(const sim::Impairments& impairments) {
@@ -188,15 +198,17 @@ std::string show_impairments(const sim::Impairments& impairments) {
     return text;
 }
 
-std::string set_quirky_cuts(SnapshotSender& sender, Commands::Words words) {
+Commands::Action set_quirky_cuts(SnapshotSender& sender, Commands::Words words) {
     if (words.size() != 1) {
         throw CommandRefused("quirky_cuts takes a rate");
     }
-    sender.stream().set_quirky_cuts(rate_of(words.front()));
-    return fmt::format("{:g} of the messages are cut in the next one's header", rate_of(words.front()));
+    return [&sender, rate = share_of(words.front())] {
+        sender.stream().set_quirky_cuts(rate);
+        return fmt::format("{:g} of the messages are cut in the next one's header", rate);
+    };
 }
 
-std::string send_long_messages(SnapshotSender& sender, Commands::Words words) {
+Commands::Action send_long_messages(SnapshotSender& sender, Commands::Words words) {
     constexpr std::size_t kWithBytes = 3;
     if (words.size() != 2 && words.size() != kWithBytes) {
         throw CommandRefused("long_messages takes a feed, a number of cycles, and bytes if not the most");
@@ -206,8 +218,13 @@ std::string send_long_messages(SnapshotSender& sender, Commands::Words words) {
     const std::size_t bytes = words.size() == 2
                                   ? sim::kMostLongMessage
                                   : whole_number(words[2], sim::kLeastLongMessage, sim::kMostLongMessage);
-    sender.stream().send_long_messages(feed, count, bytes);
-    return fmt::format("the next {} cycles of {} have a message of {} bytes", count, name_of(feed), bytes);
+    if (!sender.stream().sends(feed)) {
+        throw CommandRefused(fmt::format("no snapshots of {} are sent", name_of(feed)));
+    }
+    return [&sender, feed, count, bytes] {
+        sender.stream().send_long_messages(feed, count, bytes);
+        return fmt::format("the next {} cycles of {} have a message of {} bytes", count, name_of(feed), bytes);
+    };
 }
 
 constexpr std::string_view kRight = "right";
@@ -224,16 +241,23 @@ sim::PriceFault fault_of(std::string_view text) {
     return static_cast<sim::PriceFault>(found - sim::kPriceFaultNames.begin() + 1);
 }
 
-std::string set_prices(SnapshotSender& sender, Commands::Words words) {
+Commands::Action set_prices(SnapshotSender& sender, Commands::Words words) {
     if (words.size() < 2) {
         throw CommandRefused("prices takes what is wrong with them, and instruments");
     }
     const sim::PriceFault fault = fault_of(words.front());
     const Commands::Words inst_ids = words.subspan(1);
     for (const std::string_view inst_id : inst_ids) {
-        sender.stream().set_price_fault(inst_id, fault);
+        if (!sender.stream().lists(inst_id)) {
+            throw CommandRefused(fmt::format("no such instrument: {}", inst_id));
+        }
     }
-    return fmt::format("snapshots have prices {} of {}", words.front(), fmt::join(inst_ids, " "));
+    return [&sender, words, inst_ids, fault] {
+        for (const std::string_view inst_id : inst_ids) {
+            sender.stream().set_price_fault(inst_id, fault);
+        }
+        return fmt::format("snapshots have prices {} of {}", words.front(), fmt::join(inst_ids, " "));
+    };
 }
 
 }  // namespace
@@ -245,8 +269,9 @@ void add_rate_command(Commands& commands, Traffic& traffic) {
 
 void add_event_command(Commands& commands, sim::Card& card) {
     commands.add("event", "lost|price|timeout LANE, or W0 W1 W2 W3 W4 W5",
-                 "an event message to channel 0, words decimal or 0x",
-                 [&card](Commands::Words words) { return send_event(card, words); });
+                 "an event message to channel 0, words decimal or 0x", [&card](Commands::Words words) {
+                     return [&card, event = event_of(words)] { return send_event(card, event); };
+                 });
 }
 
 void add_feed_command(Commands& commands, sim::Card& card) {
@@ -272,8 +297,9 @@ void add_power_cycle_command(Commands& commands, sim::Card& card) {
 void add_snapshot_commands(Commands& commands, SnapshotSender& sender) {
     commands.add("impair", "NAME RATE [SEED]", "how often something befalls a frame of the snapshots, 0 to 1",
                  [&sender](Commands::Words words) { return impair(sender, words); });
-    commands.add("impairments", "", "their rates, how often they have struck, and their seeds",
-                 [&sender](Commands::Words) { return show_impairments(sender.impairments()); });
+    commands.add(
+        "impairments", "", "their rates, how often they have struck, and their seeds",
+        [&sender](Commands::Words) { return [&sender] { return show_impairments(sender.impairments()); }; });
     commands.add("quirky_cuts", "RATE", "share of the messages that are cut in the next one's header",
                  [&sender](Commands::Words words) { return set_quirky_cuts(sender, words); });
     commands.add("long_messages", "FEED N [BYTES]",

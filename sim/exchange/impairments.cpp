@@ -42,13 +42,17 @@ Impairments::Impairments(FrameSource& source, const ImpairmentOptions& options) 
     }
 }
 
-void Impairments::set(std::string_view name, double rate, std::optional<std::uint64_t> seed) {
+Impairment Impairments::find(std::string_view name) {
     const auto found = std::ranges::find(kImpairmentNames, name);
     if (found == kImpairmentNames.end()) {
         throw std::invalid_argument("unknown impairment \"" + std::string(name) + "\", known are " +
                                     all_names());
     }
-    set(static_cast<Impairment>(found - kImpairmentNames.begin()), rate, seed);
+    return static_cast<Impairment>(found - kImpairmentNames.begin());
+}
+
+void Impairments::set(std::string_view name, double rate, std::optional<std::uint64_t> seed) {
+    set(find(name), rate, seed);
 }
 
 void Impairments::set(Impairment impairment, double rate, std::optional<std::uint64_t> seed) {

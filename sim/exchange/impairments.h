@@ -77,6 +77,9 @@ class Impairments final : public FrameSource {
     /** Forgets the frames that are still on their way, as if they were lost: whoever waits for them is gone. */
     void forget_frames();
 
+    /** The impairment of this name. Throws std::invalid_argument when there is none. */
+    static Impairment find(std::string_view name);
+
     /**
      * Sets a rate by its impairment's name. With a seed its random numbers begin anew. Throws
      * std::invalid_argument for an unknown name and a bad rate.

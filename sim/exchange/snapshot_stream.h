@@ -110,6 +110,10 @@ class SnapshotStream final : public FrameSource {
 
     std::span<const std::byte> next() override;
 
+    [[nodiscard]] bool sends(EMDQPDataType feed) const { return find(feed) != nullptr; }
+    [[nodiscard]] bool lists(std::string_view inst_id) const {
+        return market_.listing().find(inst_id) != nullptr;
+    }
     /** Whether the next frame is the first of a cycle of its feed. */
     [[nodiscard]] bool at_cycle_start() const;
     /** The feed of the next frame. */

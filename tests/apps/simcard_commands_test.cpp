@@ -19,19 +19,21 @@ namespace test = sim::test;
 
 using sim::CommandReply;
 
-std::string joined(Commands::Words words) {
+Commands::Action joined(Commands::Words words) {
     std::string text;
     for (const std::string_view word : words) {
         text += "[" + std::string(word) + "]";
     }
-    return text;
+    return [text] { return text; };
 }
 
 Commands example() {
     Commands commands;
     commands.add("show", "WORDS...", "shows its words", joined);
     commands.add("fail", "", "does not work",
-                 [](Commands::Words) -> std::string { throw CommandRefused("not today"); });
+                 [](Commands::Words) { return []() -> std::string { throw CommandRefused("not today"); }; });
+    commands.add("choke", "", "does not understand",
+                 [](Commands::Words) -> Commands::Action { throw CommandRefused("what?"); });
     return commands;
 }
 
@@ -55,7 +57,18 @@ TEST(SimcardCommands, HelpListsThemAll) {
     EXPECT_EQ(example().perform("help"), (CommandReply{false,
                                                        "help           this list\n"
                                                        "show WORDS...  shows its words\n"
-                                                       "fail           does not work"}));
+                                                       "fail           does not work\n"
+                                                       "choke          does not understand"}));
+}
+
+TEST(SimcardCommands, FaultsAreFoundWithoutDoingAnything) {
+    EXPECT_EQ(example().fault_of("show a"), std::nullopt);
+    EXPECT_EQ(example().fault_of("help"), std::nullopt);
+    EXPECT_EQ(example().fault_of("fail"), std::nullopt);
+    EXPECT_EQ(example().fault_of("choke"), "what?");
+    EXPECT_EQ(example().perform("choke"), (CommandReply{true, "what?"}));
+    EXPECT_EQ(example().fault_of("sho a"), "no such command: \"sho\"; help lists them");
+    EXPECT_EQ(example().fault_of(""), "no such command: \"\"; help lists them");
 }
 
 TEST(SimcardCommands, MailboxIsServedOncePerCommand) {
@@ -96,6 +109,26 @@ TEST_F(SimcardRunCommands, RateChangesTheTraffic) {
     traffic_.step(1);
     EXPECT_EQ(traffic_.next(), 20'000'001);
     EXPECT_EQ(perform("rate max"), (CommandReply{false, "quotes as fast as they go"}));
+}
+
+TEST_F(SimcardRunCommands, FaultsOfEachCommandAreFoundBeforeItsTime) {
+    for (const char* line :
+         {"rate 0", "event lost", "event 1 2 3 4 5 x", "feed stop dce", "memory later", "register nothing",
+          "register 0x10 x", "power-cycle now", "impair eat 1", "impair lose 2", "impair lose 1 x",
+          "quirky_cuts 2", "prices wrong gold", "prices nan gold", "long_messages shfe4ps 1"}) {
+        EXPECT_TRUE(commands_.fault_of(line)) << line;
+    }
+    const std::string inst_id(listing_.at({.feed = SHFE_2PS, .inst_no = 3}).id());
+    for (const std::string line :
+         {"rate 5", "event lost 0", "event 1 2 3 4 5 6", "feed stop ine2ps", "memory 5", "register 0x1001 7",
+          "power-cycle", "impair lose 1 5", "impairments", "quirky_cuts 1", "long_messages ine2ps 3"}) {
+        EXPECT_EQ(commands_.fault_of(line), std::nullopt) << line;
+    }
+    EXPECT_EQ(commands_.fault_of("prices nan " + inst_id), std::nullopt);
+    // Nothing of it has been done.
+    EXPECT_EQ(sim::read_register(card_.memory(), 0x1001), 0U);
+    EXPECT_EQ(sender_.impairments().rate(sim::Impairment::lose), 0);
+    EXPECT_FALSE(card_.is_line_cut(INE_2PS));
 }
 
 TEST_F(SimcardRunCommands, RateThatIsNoneIsRefused) {
@@ -237,7 +270,7 @@ TEST_F(SimcardRunCommands, LongMessagesComeInTheCyclesThatFollow) {
               (CommandReply{true, "\"60000\" is no whole number from 60001 to 65535"}));
     EXPECT_EQ(perform("long_messages shfe2ps 1000001"),
               (CommandReply{true, "\"1000001\" is no whole number from 0 to 1000000"}));
-    EXPECT_EQ(perform("long_messages shfe4ps 1"), (CommandReply{true, "no snapshots of this feed are sent"}));
+    EXPECT_EQ(perform("long_messages shfe4ps 1"), (CommandReply{true, "no snapshots of shfe4ps are sent"}));
     EXPECT_TRUE(perform("long_messages shfe2ps").is_refused);
     EXPECT_EQ(lengths(), usual);
 }

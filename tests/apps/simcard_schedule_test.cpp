@@ -15,7 +15,8 @@ constexpr std::int64_t kPowerOn = 500 * kSecond;
 
 Commands echo() {
     Commands commands;
-    commands.add("say", "WORD", "says it", [](Commands::Words words) { return std::string(words.front()); });
+    commands.add("say", "WORD", "says it",
+                 [](Commands::Words words) { return [word = std::string(words.front())] { return word; }; });
     return commands;
 }
 
@@ -35,9 +36,9 @@ TEST(SimcardSchedule, TimesOfDayAreTheExchanges) {
 
 TEST(SimcardSchedule, RefusedOneIsAnErrorWithItsLine) {
     Schedule schedule({{.command = "shout", .line = 12}});
-    EXPECT_THAT(schedule.step(kPowerOn, 0ms, echo()),
-                ElementsAre(News{
-                    true, "event of line 12, \"shout\": no such command: \"shout\"; help lists them"}));
+    EXPECT_THAT(
+        schedule.step(kPowerOn, 0ms, echo()),
+        ElementsAre(News{true, "event of line 12, \"shout\": no such command: \"shout\"; help lists them"}));
 }
 
 }  // namespace

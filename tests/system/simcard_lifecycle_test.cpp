@@ -75,6 +75,17 @@ TEST(SimcardLifecycle, OutputThatNobodyReadsAnyMorePowersTheCardOffCleanly) {
     ::shm_unlink(sim::card_memory_name(own_card()).data());
 }
 
+TEST(SimcardLifecycle, EventThatTellsWhatCannotBeDoneIsRefusedBeforeTheCardIsOn) {
+    const ScenarioFile scenario(
+        "[[events]]\nat = 1\ntell = \"event lost 0\"\n\n[[events]]\nat = 3600\ntell = \"evnt lost 0\"\n");
+    Process run = simcard_command("run", own_card(), {"--scenario", scenario.path()});
+    EXPECT_EQ(run.exit_code(), 2);
+    EXPECT_EQ(run.output(), "");
+    EXPECT_EQ(run.error(),
+              scenario.path() + ":5: tell \"evnt lost 0\": no such command: \"evnt\"; help lists them\n");
+    EXPECT_FALSE(has_card_memory(own_card()));
+}
+
 TEST(SimcardLifecycle, CardThatIsOnCannotBePoweredAgain) {
     Simcard simcard(own_card());
     ASSERT_TRUE(simcard.wait_until_on());
