@@ -1,6 +1,7 @@
 // Instruments at the ends of what feeds and tables hold, by scenario: identifiers of each length, the first row
 // and the last one, from the exchange's frames to the card's tables and to a receiver.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -18,6 +19,8 @@
 
 namespace kova::test {
 namespace {
+
+using ::testing::ElementsAre;
 
 constexpr std::array<const char*, 15> kShfeIds = {
     "x",           "x2",           "x23",           "x234",           "x2345",
@@ -40,7 +43,7 @@ class EdgeInstrumentsTest : public BringUpTest {
         frames.push_back(frames.back());
     }
 
-    /** Moves the market until each instrument of the edges has quoted; what the receiver got, by exchange. */
+    /** Moves the market until each instrument of the edges has quoted; what the receiver got. */
     std::set<std::string> receive_quotes() {
         std::set<std::string> received;
         for (int i = 0; i < 20'000 && received.size() < 2 * kShfeIds.size(); ++i) {
@@ -49,12 +52,13 @@ class EdgeInstrumentsTest : public BringUpTest {
             KovaShfeMdType record{};
             if (engine->KovaRecv(record) == 1) {
                 received.insert(record.inst_id);
-                EXPECT_EQ(record.max_inst_no, quote.feed == SHFE_2PS ? 16383U : 4095U);
+                highest[static_cast<std::size_t>(quote.feed)].insert(record.max_inst_no);
             }
         }
         return received;
     }
 
+    std::array<std::set<std::uint32_t>, MDQP_FEED_COUNT> highest;  // numbers that quotes of a feed told
     sim::Scenario scenario = sim::Scenario::parse("listing = { shfe = 3, ine = 2, edges = true }", "edges");
     sim::Listing listing = sim::Listing::make(scenario.listing);
     sim::Market market{listing};
@@ -98,6 +102,8 @@ TEST_F(EdgeInstrumentsTest, OfEachLengthAndTheLastRowsArriveInTheTablesAndQuote)
     EXPECT_EQ(card.written(0x1F14), 16384U);
     EXPECT_EQ(card.written(0x1F15), 4096U);
     EXPECT_EQ(receive_quotes(), expected);
+    EXPECT_THAT(highest[SHFE_2PS], ElementsAre(16383U));
+    EXPECT_THAT(highest[INE_2PS], ElementsAre(4095U));
 }
 
 }  // namespace

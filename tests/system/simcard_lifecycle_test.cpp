@@ -78,10 +78,10 @@ TEST(SimcardLifecycle, OutputThatNobodyReadsAnyMorePowersTheCardOffCleanly) {
 TEST(SimcardLifecycle, EventThatTellsWhatCannotBeDoneIsRefusedBeforeTheCardIsOn) {
     const ScenarioFile scenario(
         "[[events]]\nat = 1\ntell = \"event lost 0\"\n\n[[events]]\nat = 3600\ntell = \"evnt lost 0\"\n");
-    Process run = simcard_command("run", own_card(), {"--scenario", scenario.path()});
-    EXPECT_EQ(run.exit_code(), 2);
-    EXPECT_EQ(run.output(), "");
-    EXPECT_EQ(run.error(),
+    Simcard simcard(own_card(), {"--scenario", scenario.path()});
+    EXPECT_EQ(simcard.process().exit_code(), 2);
+    EXPECT_EQ(simcard.process().output(), "");
+    EXPECT_EQ(simcard.process().error(),
               scenario.path() + ":5: tell \"evnt lost 0\": no such command: \"evnt\"; help lists them\n");
     EXPECT_FALSE(has_card_memory(own_card()));
 }
