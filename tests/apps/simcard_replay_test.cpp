@@ -266,10 +266,9 @@ TEST_F(SimcardReplay, TellsWhenItBeginsAndWhenItIsOver) {
     EXPECT_THAT(one->take_news(), IsEmpty());
     open_forwarding();
     one->step(kStart + 1);
-    EXPECT_THAT(
-        one->take_news(),
-        ElementsAre(News{false, "replay of a.pcap begins"},
-                    News{false, "replay of a.pcap is over: 2 sent, 0 too long, 4 of another kind"}));
+    EXPECT_THAT(one->take_news(),
+                ElementsAre(News{false, "replay of a.pcap begins"},
+                            News{false, "replay of a.pcap is over: 2 sent, 0 too long, 4 of another kind"}));
     one->step(kStart + 2);
     EXPECT_THAT(one->take_news(), IsEmpty());
 }
@@ -280,8 +279,8 @@ TEST_F(SimcardReplay, DamageIsToldOnceAndEndsIt) {
     one->step(kStart);
     one->step(kStart + kMillisecond);
     EXPECT_THAT(take(), ElementsAre("a"));
-    EXPECT_THAT(one->take_news(), ElementsAre(News{false, "replay of a.pcap begins"},
-                                              News{true, "a.pcap: record 2: damaged"}));
+    EXPECT_THAT(one->take_news(),
+                ElementsAre(News{false, "replay of a.pcap begins"}, News{true, "a.pcap: record 2: damaged"}));
 }
 
 }  // namespace
