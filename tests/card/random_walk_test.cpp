@@ -186,23 +186,28 @@ class Walker {
     Walker& operator=(const Walker&) = delete;
 
     void walk() {
-        start();
+        take(&Walker::start);
         int steps_left = kStepsOfWalk;
         while (steps_left-- > 0 && account_.failure[0] == '\0') {
             // A process that has received a signal is at its end.
             steps_left = std::min(steps_left, model_.has_exited ? steps_left / 2 : steps_left);
             ++account_.steps_in[static_cast<std::size_t>(model_.state())];
-            model_.begin_step();
-            polls_ = 0;
-            step();
-            card_.calls().stop();
-            spi_.to_stop = nullptr;
-            compare();
+            take(&Walker::step);
         }
         account_.bring_ups = static_cast<std::uint64_t>(model_.brought_up);
     }
 
  private:
+    // What disturbs a step or is refused in it ends with it, and comes no more in the next one.
+    void take(void (Walker::*action)()) {
+        model_.begin_step();
+        polls_ = 0;
+        (this->*action)();
+        card_.calls().stop();
+        spi_.to_stop = nullptr;
+        compare();
+    }
+
     // Chance.
 
     int pick(int count) { return static_cast<int>(random_() % static_cast<std::uint64_t>(count)); }
