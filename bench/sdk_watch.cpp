@@ -1,17 +1,16 @@
 #include "bench/sdk_watch.h"
 
-#include <dlfcn.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <functional>
 #include <utility>
 
 #include "bench/statistics.h"
 #include "bench/tsc_clock.h"
+#include "support/next_definition.h"
 
 #define KOVA_INTERPOSED extern "C" __attribute__((visibility("default")))
 
@@ -25,20 +24,11 @@ constexpr std::uint32_t kLastStart = 0x21120;
 constexpr double kLongestAccessNs = 3000;
 constexpr std::size_t kMostLandmarks = 4096;
 
-template <typename Function>
-Function* next_definition(const char* name) {
-    auto* const function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-    if (function == nullptr) {
-        std::abort();
-    }
-    return function;
-}
-
 // The stand-ins are loaded before main, so their functions are found once and for all.
-const SdkAccessCalls kSdk = {next_definition<decltype(enyx_hw_core_lock)>("enyx_hw_core_lock"),
-                             next_definition<decltype(enyx_hw_core_unlock)>("enyx_hw_core_unlock"),
-                             next_definition<decltype(enyx_hw_write)>("enyx_hw_write"),
-                             next_definition<decltype(enyx_hw_read)>("enyx_hw_read")};
+const SdkAccessCalls kSdk = {test::next_definition<decltype(enyx_hw_core_lock)>("enyx_hw_core_lock"),
+                             test::next_definition<decltype(enyx_hw_core_unlock)>("enyx_hw_core_unlock"),
+                             test::next_definition<decltype(enyx_hw_write)>("enyx_hw_write"),
+                             test::next_definition<decltype(enyx_hw_read)>("enyx_hw_read")};
 
 __attribute__((noinline)) void nothing(enyx_hw_core* core) {
     // An empty function would not be called.
@@ -261,13 +251,13 @@ KOVA_INTERPOSED int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_desc
 KOVA_INTERPOSED int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
                                                  void* opaque) {
     static auto* const poll =
-        kova::bench::next_definition<decltype(enyx_hw_a2c_stream_poll_once)>("enyx_hw_a2c_stream_poll_once");
+        kova::test::next_definition<decltype(enyx_hw_a2c_stream_poll_once)>("enyx_hw_a2c_stream_poll_once");
     kova::bench::Handler context = {.function = handler, .opaque = opaque};
     return poll(stream, &kova::bench::call_handler, &context);
 }
 
 KOVA_INTERPOSED unsigned int sleep(unsigned int seconds) {
-    static auto* const next = kova::bench::next_definition<decltype(sleep)>("sleep");
+    static auto* const next = kova::test::next_definition<decltype(sleep)>("sleep");
     const std::uint64_t begin = kova::bench::ticks();
     const unsigned int left = next(seconds);
     watch.slept += kova::bench::ticks() - begin;
@@ -275,7 +265,7 @@ KOVA_INTERPOSED unsigned int sleep(unsigned int seconds) {
 }
 
 KOVA_INTERPOSED int usleep(useconds_t microseconds) {
-    static auto* const next = kova::bench::next_definition<decltype(usleep)>("usleep");
+    static auto* const next = kova::test::next_definition<decltype(usleep)>("usleep");
     const std::uint64_t begin = kova::bench::ticks();
     const int result = next(microseconds);
     watch.slept += kova::bench::ticks() - begin;

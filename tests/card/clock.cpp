@@ -1,17 +1,15 @@
 #include "card/clock.h"
 
-#include <dlfcn.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstdlib>
 #include <limits>
 #include <utility>
 
-#include "card/allocations.h"
 #include "dma/DrvDMAEnyx.h"
+#include "support/allocations.h"
+#include "support/next_definition.h"
 
 #define KOVA_INTERPOSED extern "C" __attribute__((visibility("default")))
 
@@ -124,11 +122,8 @@ KOVA_INTERPOSED int usleep(useconds_t span) {
 
 KOVA_INTERPOSED int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
                                                  void* opaque) {
-    using Poll = int(enyx_hw_a2c_stream*, enyx_hw_a2c_handler, void*);
-    static Poll* const poll = reinterpret_cast<Poll*>(dlsym(RTLD_NEXT, "enyx_hw_a2c_stream_poll_once"));
-    if (poll == nullptr) {
-        std::abort();
-    }
+    static auto* const poll =
+        kova::test::next_definition<decltype(enyx_hw_a2c_stream_poll_once)>("enyx_hw_a2c_stream_poll_once");
     const std::uint64_t number = ++poll_count;
     now_ns += step_ns.load();
     if (before_each_poll) {

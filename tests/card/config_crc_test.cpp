@@ -1,6 +1,5 @@
 // The checksum of the configuration file, and every way in which there is none.
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -8,8 +7,9 @@
 #include <fstream>
 #include <iterator>
 
-#include "card/allocations.h"
 #include "card/bring_up_test.h"
+#include "support/allocations.h"
+#include "support/next_definition.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ bool is_reading_short = false;
 extern "C" __attribute__((visibility("default"))) std::size_t fread(void* buffer, std::size_t size,
                                                                     std::size_t count, FILE* file) {
     using Read = std::size_t(void*, std::size_t, std::size_t, FILE*);
-    static Read* const read = reinterpret_cast<Read*>(dlsym(RTLD_NEXT, "fread"));
+    static Read* const read = kova::test::next_definition<Read>("fread");
     return read(buffer, size, is_reading_short && count > 0 ? count - 1 : count, file);
 }
 

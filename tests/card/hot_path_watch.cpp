@@ -1,6 +1,5 @@
 #include "card/hot_path_watch.h"
 
-#include <dlfcn.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <pthread.h>
@@ -16,23 +15,13 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "card/allocations.h"
+#include "support/allocations.h"
+#include "support/next_definition.h"
 
 namespace {
 
 std::atomic<std::uint64_t> malloc_count{0};
 std::atomic<std::uint64_t> lock_count{0};
-
-#if !KOVA_TEST_IS_SANITIZED
-template <typename Function>
-Function* next(const char* name) {
-    auto* const function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-    if (function == nullptr) {
-        std::abort();
-    }
-    return function;
-}
-#endif
 
 }  // namespace
 
@@ -61,25 +50,26 @@ KOVA_INTERPOSED void* realloc(void* memory, std::size_t size) noexcept {
 }
 
 KOVA_INTERPOSED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    static auto* const lock = next<int(pthread_mutex_t*)>("pthread_mutex_lock");
+    static auto* const lock = kova::test::next_definition<int(pthread_mutex_t*)>("pthread_mutex_lock");
     lock_count.fetch_add(1, std::memory_order_relaxed);
     return lock(mutex);
 }
 
 KOVA_INTERPOSED int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-    static auto* const lock = next<int(pthread_mutex_t*)>("pthread_mutex_trylock");
+    static auto* const lock = kova::test::next_definition<int(pthread_mutex_t*)>("pthread_mutex_trylock");
     lock_count.fetch_add(1, std::memory_order_relaxed);
     return lock(mutex);
 }
 
 KOVA_INTERPOSED int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
-    static auto* const read_lock = next<int(pthread_rwlock_t*)>("pthread_rwlock_rdlock");
+    static auto* const read_lock = kova::test::next_definition<int(pthread_rwlock_t*)>("pthread_rwlock_rdlock");
     lock_count.fetch_add(1, std::memory_order_relaxed);
     return read_lock(lock);
 }
 
 KOVA_INTERPOSED int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
-    static auto* const write_lock = next<int(pthread_rwlock_t*)>("pthread_rwlock_wrlock");
+    static auto* const write_lock =
+        kova::test::next_definition<int(pthread_rwlock_t*)>("pthread_rwlock_wrlock");
     lock_count.fetch_add(1, std::memory_order_relaxed);
     return write_lock(lock);
 }

@@ -10,8 +10,8 @@
 #include <csignal>
 #include <optional>
 
-#include "card/allocations.h"
 #include "card/bring_up_test.h"
+#include "support/allocations.h"
 
 namespace kova::test {
 namespace {

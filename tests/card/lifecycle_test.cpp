@@ -1,6 +1,5 @@
 // The engine from the factory to its end: starts that succeed, starts that fail, stops, signals.
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -11,27 +10,10 @@
 #include <regex>
 #include <thread>
 
-#include "card/allocations.h"
 #include "card/engine_test.h"
+#include "support/allocations.h"
+#include "support/refused_signal.h"
 #include "support/stdout_capture.h"
-
-namespace {
-
-/** Signal whose handler the system refuses to install; 0 for none. */
-int refused_signal = 0;
-
-}  // namespace
-
-/** Stands before the system's own, so that a refusal can be had. */
-extern "C" int sigaction(int signal, const struct sigaction* action, struct sigaction* before) noexcept {
-    using Real = int (*)(int, const struct sigaction*, struct sigaction*);
-    static const auto real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "sigaction"));
-    if (signal == refused_signal) {
-        errno = EINVAL;
-        return -1;
-    }
-    return real(signal, action, before);
-}
 
 namespace {
 
@@ -470,7 +452,7 @@ TEST_F(LifecycleTest, ATerminationEndsReceivingAndNotTheProcess) {
 }
 
 TEST_F(LifecycleTest, AStartGoesOnWithoutTheHandlersThatTheSystemRefuses) {
-    refused_signal = SIGTERM;
+    kova::test::refused_signal = SIGTERM;
     EXPECT_EQ(engine->KovaStart(spi, config_of_channel(3)), 0);
     EXPECT_THAT(new_log(), Contains("[E][InitSignal]Failed to install SIGTERM handle!"));
     EXPECT_TRUE(receives(3));

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <utility>
 
-#include "card/next_definition.h"
 #include "card/table_shortcut.h"
 #include "enyx_hw.h"
+#include "support/next_definition.h"
 
 #define KOVA_INTERPOSED extern "C" __attribute__((visibility("default")))
 

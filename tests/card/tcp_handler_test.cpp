@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "card/allocations.h"
 #include "card/engine_test.h"
+#include "support/allocations.h"
 #include "support/mdqp_message.h"
 #include "support/process.h"
 #include "support/snapshot_frame.h"

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "card/allocations.h"
 #include "card/bring_up_test.h"
+#include "support/allocations.h"
 
 namespace kova::test {
 namespace {

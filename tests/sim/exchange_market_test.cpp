@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/allocation_count.h"
 #include "sim/exchange/product.h"
+#include "support/allocations.h"
 
 namespace kova::sim {
 namespace {
@@ -326,13 +326,13 @@ TEST(Market, SameSeedSameQuotesOtherSeedOthers) {
 TEST(Market, QuotesAllocateNothing) {
     const Listing listing = full_listing();
     Market market(listing);
-    const std::uint64_t before = allocation_count();
+    const std::uint64_t before = kova::test::Allocations::count();
     ASSERT_GT(before, 0U);
     for (int i = 0; i < 100'000; ++i) {
         market.advance_to(hours{9} + milliseconds{i});
         market.next();
     }
-    EXPECT_EQ(allocation_count(), before);
+    EXPECT_EQ(kova::test::Allocations::count(), before);
 }
 
 // ---------------------------------------------------------------- who moves

@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "sim/allocation_count.h"
 #include "sim/snapshot_reader.h"
+#include "support/allocations.h"
 
 namespace kova::sim {
 namespace {
@@ -545,11 +545,11 @@ TEST_F(SnapshotStreamTest, NextAllocatesNothingOnceEveryFeedHasHadACycle) {
     SnapshotStream stream(market_);
     read_cycle(stream);
     read_cycle(stream);
-    const std::uint64_t before = allocation_count();
+    const std::uint64_t before = kova::test::Allocations::count();
     for (int i = 0; i < 500; ++i) {
         stream.next();
     }
-    EXPECT_EQ(allocation_count(), before);
+    EXPECT_EQ(kova::test::Allocations::count(), before);
 }
 
 }  // namespace

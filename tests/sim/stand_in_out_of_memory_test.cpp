@@ -10,9 +10,9 @@
 #include <memory>
 
 #include "enyx_hw.h"
-#include "sim/allocation_count.h"
 #include "sim/card/card.h"
 #include "sim/card/sdk_calls.h"
+#include "support/allocations.h"
 
 namespace kova::sim {
 namespace {
@@ -152,15 +152,15 @@ Outcome outcome_of_failure(std::uint64_t n, Watched watched) {
         if (watched == Watched::kYes) {
             SdkCalls::of_this_process().start_recording();
         }
-        const std::int64_t before = allocations_alive();
+        const std::int64_t before = kova::test::Allocations::alive();
         {
-            const FailNthAllocation failure(n);
+            const kova::test::Allocations::FailNth failure(n, kova::test::Allocations::Sdk::kCounted);
             outcome.error = use();
             outcome.has_failed = failure.has_failed();
         }
         outcome.error_afterwards = use();
         SdkCalls::of_this_process().stop();
-        outcome.kept = allocations_alive() - before;
+        outcome.kept = kova::test::Allocations::alive() - before;
         outcome.kinds_alive = SdkCalls::of_this_process().kinds_alive().size();
         _exit(write(ends[1], &outcome, sizeof outcome) == sizeof outcome ? 0 : 1);
     }

@@ -1,4 +1,5 @@
 #include "sim/card/stream_ring.h"
+#include "support/allocations.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +12,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "sim/allocation_count.h"
 
 namespace kova::sim {
 namespace {
@@ -214,7 +213,7 @@ TEST(StreamRing, AWriterWithoutMemoryForALongMessageHasWrittenNothing) {
     std::array<std::uint32_t, kLongestMessage / 4> words{};
     words.fill(1);  // the first lap
     {
-        const FailNthAllocation failure(1);
+        const kova::test::Allocations::FailNth failure(1, kova::test::Allocations::Sdk::kCounted);
         EXPECT_THROW(writer.push(std::as_bytes(std::span(words))), std::bad_alloc);
     }
     EXPECT_EQ(push(writer, "short"), PushResult::kSent);

@@ -1,6 +1,5 @@
 #include "signal/SignalProcess.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,24 +17,7 @@
 #include <vector>
 
 #include "support/log_run.h"
-
-namespace {
-
-/** Signal whose handler the system refuses to install; 0 for none. */
-int refused_signal = 0;
-
-}  // namespace
-
-/** Stands before the system's own, so that a refusal can be had. */
-extern "C" int sigaction(int signal, const struct sigaction* action, struct sigaction* before) noexcept {
-    using Real = int (*)(int, const struct sigaction*, struct sigaction*);
-    static const auto real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "sigaction"));
-    if (signal == refused_signal) {
-        errno = EINVAL;
-        return -1;
-    }
-    return real(signal, action, before);
-}
+#include "support/refused_signal.h"
 
 namespace {
 
@@ -306,9 +288,9 @@ TEST(SignalProcess, RefusedHandlerIsLoggedAndEndsTheInstallation) {
                                 Case{SIGPIPE, "Failed to install SIGPIPE handle!", "10"}}) {
         const LogRun run = run_apart([&] {
             std::signal(SIGPIPE, SIG_DFL);
-            refused_signal = refused.signal;
+            kova::test::refused_signal = refused.signal;
             const int32_t result = CSignalProcess::InitSignal();
-            refused_signal = 0;
+            kova::test::refused_signal = 0;
             std::printf("%d %d%d", result,
                         installed(SIGTERM).sa_sigaction == CSignalProcess::SignalHandler ? 1 : 0,
                         installed(SIGPIPE).sa_handler == SIG_IGN ? 1 : 0);

@@ -1,8 +1,8 @@
 /**
  * Memory of this program as the tests want it: operator new is replaced, watched and made to fail.
  */
-#ifndef KOVA_TESTS_CARD_ALLOCATIONS_H
-#define KOVA_TESTS_CARD_ALLOCATIONS_H
+#ifndef KOVA_TESTS_SUPPORT_ALLOCATIONS_H
+#define KOVA_TESTS_SUPPORT_ALLOCATIONS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -18,13 +18,15 @@ class Allocations {
     [[nodiscard]] static std::int64_t alive();
 
     /**
-     * While it lives, the n-th call of operator new (1 is the next) by this thread fails, and no other. What
-     * the card's SDK allocates does not count: it is C and reports a failure of its own. What a handler
-     * allocates that it calls does count.
+     * Whether what the card's SDK allocates counts. For a user of it, it does not: it is C and reports a
+     * failure of its own. What a handler allocates that it calls does count either way.
      */
+    enum class Sdk { kSpared, kCounted };
+
+    /** While it lives, the n-th call of operator new (1 is the next) by this thread fails, and no other. */
     class FailNth {
      public:
-        explicit FailNth(std::uint64_t n);
+        explicit FailNth(std::uint64_t n, Sdk sdk = Sdk::kSpared);
         ~FailNth();
         FailNth(const FailNth&) = delete;
         FailNth& operator=(const FailNth&) = delete;
@@ -54,4 +56,4 @@ class Allocations {
 
 }  // namespace kova::test
 
-#endif  // KOVA_TESTS_CARD_ALLOCATIONS_H
+#endif  // KOVA_TESTS_SUPPORT_ALLOCATIONS_H

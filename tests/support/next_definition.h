@@ -1,8 +1,8 @@
 /**
  * What a function interposed by this program hides.
  */
-#ifndef KOVA_TESTS_CARD_NEXT_DEFINITION_H
-#define KOVA_TESTS_CARD_NEXT_DEFINITION_H
+#ifndef KOVA_TESTS_SUPPORT_NEXT_DEFINITION_H
+#define KOVA_TESTS_SUPPORT_NEXT_DEFINITION_H
 
 #include <dlfcn.h>
 
@@ -22,4 +22,4 @@ Function* next_definition(const char* name) {
 
 }  // namespace kova::test
 
-#endif  // KOVA_TESTS_CARD_NEXT_DEFINITION_H
+#endif  // KOVA_TESTS_SUPPORT_NEXT_DEFINITION_H

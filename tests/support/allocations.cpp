@@ -1,4 +1,4 @@
-#include "card/allocations.h"
+#include "support/allocations.h"
 
 #include <dlfcn.h>
 #include <execinfo.h>
@@ -16,6 +16,7 @@ std::atomic<std::uint64_t> new_count{0};
 std::atomic<std::int64_t> alive_count{0};
 thread_local std::uint64_t calls_until_failure = 0;  // 0: none is to fail
 thread_local bool has_nth_failed = false;
+thread_local bool is_sdk_spared = true;
 thread_local int frames_below_handler = 0;  // of the call stack; 0: none is running
 thread_local std::size_t largest_bytes = std::numeric_limits<std::size_t>::max();
 
@@ -38,7 +39,7 @@ bool must_fail(std::size_t bytes) {
     if (bytes >= largest_bytes) {
         return true;
     }
-    if (calls_until_failure == 0 || is_inside_sdk() || --calls_until_failure != 0) {
+    if (calls_until_failure == 0 || (is_sdk_spared && is_inside_sdk()) || --calls_until_failure != 0) {
         return false;
     }
     has_nth_failed = true;
@@ -68,8 +69,9 @@ std::int64_t Allocations::alive() {
     return alive_count.load(std::memory_order_relaxed);
 }
 
-Allocations::FailNth::FailNth(std::uint64_t n) {
+Allocations::FailNth::FailNth(std::uint64_t n, Sdk sdk) {
     is_inside_sdk();  // its first call loads the unwinder
+    is_sdk_spared = sdk == Sdk::kSpared;
     has_nth_failed = false;
     calls_until_failure = n;
 }
