@@ -36,6 +36,13 @@ class LifecycleTest : public kova::test::EngineTest {
         card->push_quote(channel, quote_number(1));
         return engine->KovaRecv() == 1 && spi.change_numbers.size() == before + 1;
     }
+
+    /** What a start that has to fail writes to standard output. */
+    std::string printed_by_failing_start(const char* path) {
+        const StdoutCapture capture;
+        EXPECT_EQ(engine->KovaStart(spi, path), -2);
+        return capture.text();
+    }
 };
 
 // The factory.
@@ -231,13 +238,8 @@ TEST_F(LifecycleTest, ANullPathIsLoggedByTheFetchStart) {
 }
 
 TEST_F(LifecycleTest, AnUnreadableConfigurationFailsTheStart) {
-    std::string printed;
-    {
-        const StdoutCapture capture;
-        EXPECT_EQ(engine->KovaStart(spi, "missing.ini"), -2);
-        printed = capture.text();
-    }
-    EXPECT_THAT(printed, StartsWith("ReadConfig is missing.ini failed \nInit, _ReadConfig failed \n"));
+    EXPECT_THAT(printed_by_failing_start("missing.ini"),
+                StartsWith("ReadConfig is missing.ini failed \nInit, _ReadConfig failed \n"));
     EXPECT_THAT(new_log(), ElementsAre("[E][KovaStart]_Init error"));
     EXPECT_EQ(EngineAccess::init(*engine), -2);
     EXPECT_EQ(sdk().calls(), Strings{});
@@ -245,13 +247,8 @@ TEST_F(LifecycleTest, AnUnreadableConfigurationFailsTheStart) {
 
 TEST_F(LifecycleTest, ADirectoryAsConfigurationFailsTheStartAndIsNamed) {
     std::filesystem::create_directory("folder");
-    std::string printed;
-    {
-        const StdoutCapture capture;
-        EXPECT_EQ(engine->KovaStart(spi, "folder"), -2);
-        printed = capture.text();
-    }
-    EXPECT_THAT(printed, StartsWith("ReadConfig is folder failed \nInit, _ReadConfig failed \n"));
+    EXPECT_THAT(printed_by_failing_start("folder"),
+                StartsWith("ReadConfig is folder failed \nInit, _ReadConfig failed \n"));
     EXPECT_THAT(new_log(), ElementsAre("[E][KovaStart]_Init error"));
     EXPECT_EQ(sdk().calls(), Strings{});
 }

@@ -22,6 +22,8 @@ using ::testing::Contains;
 using ::testing::Not;
 
 const std::string kIgnored = "[W][_TcpHandler]ignore tcp message!";
+const std::string kAllOfShfe = "[I][_ParseMdqp]shfe2ps init finished, total instruments:30";
+const std::string kAllOfIne = "[I][_ParseMdqp]ine2ps init finished, total instruments:5";
 
 /** Both 2PS feeds, thirty instruments and five. */
 class LongMessageTest : public BringUpTest {
@@ -73,7 +75,7 @@ class LongMessageTest : public BringUpTest {
         EXPECT_EQ(card->forwarding_openings(), 1U);
     }
 
-    /** A feed of the exchange on a port of its own, with a long message in its first cycles. */
+    /** A feed of the exchange on this port, with a long message in its first cycles. */
     static sim::SnapshotFeed feed_of(EMDQPDataType feed, std::uint16_t port, std::uint64_t long_messages) {
         sim::SnapshotFeed found = sim::SnapshotFeed::of(feed);
         found.client.port = port;
@@ -92,8 +94,8 @@ TEST_F(LongMessageTest, OneBelow64KiBIsTakenInItsCycle) {
     expect_all_rows();
     const Strings log = new_log();
     EXPECT_THAT(log, Not(Contains(kIgnored)));
-    EXPECT_THAT(log, Contains("[I][_ParseMdqp]shfe2ps init finished, total instruments:30"));
-    EXPECT_THAT(log, Contains("[I][_ParseMdqp]ine2ps init finished, total instruments:5"));
+    EXPECT_THAT(log, Contains(kAllOfShfe));
+    EXPECT_THAT(log, Contains(kAllOfIne));
 }
 
 TEST_F(LongMessageTest, OneAbove64KiBIsGivenUpAndTheNextCycleIsTaken) {
@@ -105,8 +107,8 @@ TEST_F(LongMessageTest, OneAbove64KiBIsGivenUpAndTheNextCycleIsTaken) {
     const Strings log = new_log();
     // Two of SHFE, one of INE; then each feed is finished once, INE first.
     EXPECT_EQ(std::ranges::count(log, kIgnored), 3);
-    const auto shfe = std::ranges::find(log, "[I][_ParseMdqp]shfe2ps init finished, total instruments:30");
-    const auto ine = std::ranges::find(log, "[I][_ParseMdqp]ine2ps init finished, total instruments:5");
+    const auto shfe = std::ranges::find(log, kAllOfShfe);
+    const auto ine = std::ranges::find(log, kAllOfIne);
     ASSERT_NE(shfe, log.end());
     ASSERT_NE(ine, log.end());
     EXPECT_LT(ine, shfe);
@@ -118,8 +120,8 @@ TEST_F(LongMessageTest, OneWithoutItsCyclesEndIsNoSnapshot) {
     ASSERT_EQ(start(33023), -2);
     const Strings log = new_log();
     EXPECT_EQ(std::ranges::count(log, kIgnored), 1);
-    EXPECT_THAT(log, Contains("[I][_ParseMdqp]ine2ps init finished, total instruments:5"));
-    EXPECT_THAT(log, Not(Contains("[I][_ParseMdqp]shfe2ps init finished, total instruments:30")));
+    EXPECT_THAT(log, Contains(kAllOfIne));
+    EXPECT_THAT(log, Not(Contains(kAllOfShfe)));
 }
 
 // The port stays noted for the feed that was given up, so that the other feed's snapshot is taken for it.
@@ -129,7 +131,7 @@ TEST_F(LongMessageTest, OnAPortOfBothFeedsTheOtherFeedsSnapshotIsTakenForTheOneG
     const Strings log = new_log();
     EXPECT_EQ(std::ranges::count(log, kIgnored), 1);
     EXPECT_THAT(log, Contains("[I][_ParseMdqp]shfe2ps init finished, total instruments:5"));
-    EXPECT_THAT(log, Contains("[I][_ParseMdqp]ine2ps init finished, total instruments:5"));
+    EXPECT_THAT(log, Contains(kAllOfIne));
     EXPECT_EQ(ids_of(card->memory().tables.shfe_2ps), listed(INE_2PS));
     EXPECT_EQ(ids_of(card->memory().tables.ine_2ps), listed(INE_2PS));
     EXPECT_EQ(card.written(0x1F14), 5U);

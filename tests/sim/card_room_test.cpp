@@ -93,6 +93,15 @@ std::optional<std::string> with_room_for(std::size_t bytes, const std::function<
     return WIFSIGNALED(status) ? "killed by " + std::string(strsignal(WTERMSIG(status))) : said;
 }
 
+// The end of a test: what a body has to say in such a process.
+void expect_said(const std::string& expected, std::size_t bytes, const std::function<std::string()>& body) {
+    const std::optional<std::string> said = with_room_for(bytes, body);
+    if (!said) {
+        GTEST_SKIP() << "no room of its own for a process";
+    }
+    EXPECT_EQ(*said, expected);
+}
+
 bool memory_exists(std::uint32_t index) {
     const int file = shm_open(card_memory_name(index).data(), O_RDONLY, 0);
     if (file >= 0) {
@@ -117,7 +126,7 @@ std::string opening_of(const AttachedCard& card, std::uint32_t channel) {
 }
 
 TEST(CardRoom, ACardWithoutRoomForItsRegistersAndTablesIsNotPowered) {
-    const auto said = with_room_for(registers_and_tables() - page_bytes(), [] {
+    expect_said(": No space left on device", registers_and_tables() - page_bytes(), [] {
         try {
             const Card card = Card::power_on(test::own_card());
             return std::string("powered");
@@ -126,14 +135,10 @@ TEST(CardRoom, ACardWithoutRoomForItsRegistersAndTablesIsNotPowered) {
             return reason.substr(reason.find(": ")) + (memory_exists(test::own_card()) ? ", left behind" : "");
         }
     });
-    if (!said) {
-        GTEST_SKIP() << "no room of its own for a process";
-    }
-    EXPECT_EQ(*said, ": No space left on device");
 }
 
 TEST(CardRoom, APoweredCardHasItsRegistersAndTablesWhateverElseFillsTheMemory) {
-    const auto said = with_room_for(registers_and_tables(), [] {
+    expect_said("written", registers_and_tables(), [] {
         const Card card = Card::power_on(test::own_card());
         const AttachedCard client = attach(test::own_card());
         fill_shared_memory();
@@ -144,14 +149,10 @@ TEST(CardRoom, APoweredCardHasItsRegistersAndTablesWhateverElseFillsTheMemory) {
         std::memset(static_cast<void*>(&memory.tables), 1, sizeof memory.tables);
         return std::string("written");
     });
-    if (!said) {
-        GTEST_SKIP() << "no room of its own for a process";
-    }
-    EXPECT_EQ(*said, "written");
 }
 
 TEST(CardRoom, AStreamWithoutRoomForItsRingIsNotOpened) {
-    const auto said = with_room_for(registers_and_tables(), [] {
+    expect_said("Cannot allocate memory; Cannot allocate memory; open; open", registers_and_tables(), [] {
         const Card card = Card::power_on(test::own_card());
         const AttachedCard client = attach(test::own_card());
         std::string openings = opening_of<CardToHostStream>(client, 5);
@@ -164,10 +165,6 @@ TEST(CardRoom, AStreamWithoutRoomForItsRingIsNotOpened) {
         openings += "; " + opening_of<CardToHostStream>(client, 5);
         return openings + "; " + opening_of<HostToCardStream>(client, 5);
     });
-    if (!said) {
-        GTEST_SKIP() << "no room of its own for a process";
-    }
-    EXPECT_EQ(*said, "Cannot allocate memory; Cannot allocate memory; open; open");
 }
 
 TEST(CardRoom, AStreamIsOpenedWhereTheKernelCannotPopulateItsRing) {

@@ -180,6 +180,16 @@ TEST_F(TcpReassembly, AFragmentWithoutAMessagesHeaderGrowsAndYieldsNothing) {
 
 // Long messages.
 
+void expect_given_up(const tcp_session_t& session) {
+    EXPECT_EQ(session.init, 0);
+    EXPECT_EQ(session.frag_flag, 0);
+    EXPECT_EQ(session.frag_buf_offset, 0U);
+    EXPECT_EQ(session.frag_buf, nullptr);
+    EXPECT_EQ(session.lost_flag, 0);
+    EXPECT_EQ(session.lost_buf_size, 0U);
+    EXPECT_EQ(session.lost_buf_head, nullptr);
+}
+
 /** Takes a message in segments of 1000 bytes. */
 void take_long(Session& session, const ByteString& whole) {
     for (std::size_t i = 0; i < whole.size(); i += 1000) {
@@ -206,13 +216,7 @@ TEST_F(TcpReassembly, AFragmentOf64KiBGivesTheSessionUp) {
     });
     EXPECT_EQ(lines, std::vector<std::string>{"[W][_TcpHandler]ignore tcp message!"});
     EXPECT_TRUE(session.messages.empty());
-    EXPECT_EQ(session.session.init, 0);
-    EXPECT_EQ(session.session.frag_flag, 0);
-    EXPECT_EQ(session.session.frag_buf_offset, 0U);
-    EXPECT_EQ(session.session.frag_buf, nullptr);
-    EXPECT_EQ(session.session.lost_flag, 0);
-    EXPECT_EQ(session.session.lost_buf_size, 0U);
-    EXPECT_EQ(session.session.lost_buf_head, nullptr);
+    expect_given_up(session.session);
 }
 
 TEST_F(TcpReassembly, InAReplayAFragmentMayGrowTo100000BytesAndNotFurther) {
@@ -260,13 +264,7 @@ TEST_F(TcpReassembly, AFragmentThatGrowsTooLongInAReplayTakesTheFramesBehindItAl
     const auto lines = logged([&] { session.take(65535, ByteString{}); });
     EXPECT_EQ(lines, std::vector<std::string>{"[W][_TcpHandler]ignore tcp message!"});
     EXPECT_TRUE(session.messages.empty());
-    EXPECT_EQ(session.session.init, 0);
-    EXPECT_EQ(session.session.frag_flag, 0);
-    EXPECT_EQ(session.session.frag_buf_offset, 0U);
-    EXPECT_EQ(session.session.frag_buf, nullptr);
-    EXPECT_EQ(session.session.lost_flag, 0);
-    EXPECT_EQ(session.session.lost_buf_size, 0U);
-    EXPECT_EQ(session.session.lost_buf_head, nullptr);
+    expect_given_up(session.session);
     // Where the connection was given up: behind the frame that was too much.
     EXPECT_EQ(session.session.next_expt_seq, kFirstSeq + 100001);
 }
