@@ -259,7 +259,7 @@ class DrvDMAEnyxWithoutCardTest : public kova::test::EngineTest {};
 
 TEST_F(DrvDMAEnyxWithoutCardTest, NoAcceleratorIsAFailure) {
     CDrvDMAEnyx dma;
-    EXPECT_EQ(dma.Init(9, CFPGADMANameType("CUSTOM_CHAN5_DATA")), -1);
+    EXPECT_EQ(dma.Init(15, CFPGADMANameType("CUSTOM_CHAN5_DATA")), -1);
     const Strings log = new_log();
     ASSERT_EQ(log.size(), 2U);
     EXPECT_TRUE(log[0].starts_with("[E][_DrvEnyxCoreGetAcc]Could not find accelerator. err:")) << log[0];
