@@ -256,8 +256,8 @@ std::size_t exchange_of(EMDQPDataType feed) {
 const Product& edge_product(Exchange exchange) {
     static const std::array<Product, 2> all = [] {
         std::array<Product, 2> made;
-        made[0].code = "x";
-        made[1].code = "y";
+        made[0].code = 'x';
+        made[1].code = 'y';
         made[1].exchange = Exchange::ine;
         return made;
     }();
